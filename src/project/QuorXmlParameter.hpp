@@ -2,6 +2,7 @@
 
 #include "project/XmlRecords.hpp"
 
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -36,6 +37,11 @@ class QuorXmlParameter {
     // Checks the settings without which no run can be made. On the first violation prints
     // the "ERROR:XML OBJECT METHOD" block with its "Please set" line and returns false.
     [[nodiscard]] bool checkXML() const;
+
+    // The project part of the two configuration files the calculators read; the regions
+    // follow from the driver. Always true: the caller owns the file and its errors.
+    bool writeIWHConf(std::FILE* stream) const;
+    bool writeCalParam(std::FILE* stream) const;
 
     int Datum = 3100;
     std::string XmlFileName;
