@@ -1,0 +1,365 @@
+// Speed and memory of the region grid reader and writer on a large generated grid.
+//
+//   seaforge_bench [nx ny] [--repeat N] [--keep]
+//
+// Writes a bathymetry-like text grid (default 4000 × 4000 values with two decimals) into
+// a fresh directory under $TMPDIR, times Region::ReadFile on it against merely reading its
+// bytes and against a plain std::getline + strtod loop, writes its binary twin with
+// Region::WriteBIN, times reading that back against merely reading its bytes and against
+// filling fresh memory of the grid's size (what any reader pays for the grid itself), and
+// prints the peak memory of each call and which goals are met. Every timing is the best
+// of --repeat runs (default 3). The grid's console summaries go to /dev/null meanwhile.
+
+#include "region/Region.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kReadBufferBytes = std::size_t{1} << 20; // as the reader's own
+constexpr int kValuesPerLine = 10;
+
+// Results nobody reads, so that the baselines are not optimised away.
+volatile double gSink = 0.0;
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+double Seconds(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The shortest of `repeat` runs of `work`; `after` runs untimed after each, so that
+// freeing what a run made is not counted against it.
+double Best(
+    int repeat, const std::function<void()>& work, const std::function<void()>& after = [] {}) {
+    double best = 1e300;
+    for (int r = 0; r < repeat; ++r) {
+        best = std::min(best, Seconds(work));
+        after();
+    }
+    return best;
+}
+
+// Reads a "VmRSS:" style line of /proc/self/status, in bytes.
+long long StatusBytes(const char* key) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    const std::size_t keyLength = std::strlen(key);
+    while (std::getline(status, line))
+        if (line.compare(0, keyLength, key) == 0)
+            return std::atoll(line.c_str() + keyLength) * 1024;
+    return -1;
+}
+
+// Peak resident memory above the starting level while `work` runs. Resets the kernel's
+// high-water mark first; answers -1 where that is not allowed.
+long long PeakBytes(const std::function<void()>& work) {
+    {
+        std::ofstream clear("/proc/self/clear_refs");
+        clear << "5";
+        if (!clear)
+            return -1;
+    }
+    const long long before = StatusBytes("VmRSS:");
+    work();
+    const long long peak = StatusBytes("VmHWM:");
+    return before < 0 || peak < 0 ? -1 : peak - before;
+}
+
+// Console summaries go to /dev/null while this lives.
+class Silence {
+  public:
+    Silence() {
+        std::fflush(stdout);
+        saved_ = dup(1);
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        close(null);
+    }
+    ~Silence() {
+        std::fflush(stdout);
+        dup2(saved_, 1);
+        close(saved_);
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+  private:
+    int saved_;
+};
+
+// Depth in hundredths of a metre: a shelf falling to an abyssal plain, with ridges and
+// islands so that rows differ and a few values are above sea level.
+long long Centimetres(int i, int j, int nx, int ny) {
+    const double x = static_cast<double>(i) / nx;
+    const double y = static_cast<double>(j) / ny;
+    const double shelf = -6000.0 * (1.0 - std::exp(-4.0 * x));
+    const double relief = 800.0 * std::sin(23.0 * x + 7.0 * y) * std::cos(17.0 * y - 3.0 * x);
+    const double noise = static_cast<double>((i * 7919 + j * 104729) % 997) / 10.0;
+    return std::llround((shelf + relief + noise) * 100.0);
+}
+
+// "-1234.56" without printf, so generating millions of values takes a moment only.
+char* AppendFixed2(char* out, long long centimetres) {
+    if (centimetres < 0) {
+        *out++ = '-';
+        centimetres = -centimetres;
+    }
+    char digits[24];
+    int n = 0;
+    long long whole = centimetres / 100;
+    do {
+        digits[n++] = static_cast<char>('0' + whole % 10);
+        whole /= 10;
+    } while (whole > 0);
+    while (n > 0)
+        *out++ = digits[--n];
+    *out++ = '.';
+    *out++ = static_cast<char>('0' + centimetres / 10 % 10);
+    *out++ = static_cast<char>('0' + centimetres % 10);
+    return out;
+}
+
+bool WriteTextGrid(const std::string& path, int nx, int ny) {
+    FilePtr file(std::fopen(path.c_str(), "w"));
+    if (!file)
+        return false;
+    std::fprintf(file.get(), "%d %d\n139.000000 35.000000\n", nx, ny);
+    // Lines of ten values, as grid files are wrapped to stay far below the reader's
+    // 8190-character line pieces.
+    std::vector<char> row(static_cast<std::size_t>(nx) * 24 + 2);
+    for (int j = 0; j < ny; ++j) {
+        char* out = row.data();
+        for (int i = 0; i < nx; ++i) {
+            out = AppendFixed2(out, Centimetres(i, j, nx, ny));
+            *out++ = (i % kValuesPerLine == kValuesPerLine - 1 || i == nx - 1) ? '\n' : ' ';
+        }
+        std::fwrite(row.data(), 1, static_cast<std::size_t>(out - row.data()), file.get());
+    }
+    return std::fclose(file.release()) == 0;
+}
+
+// What the machine takes to hand over the file's bytes through the same size of buffer.
+std::size_t ReadBytes(const std::string& path) {
+    FilePtr file(std::fopen(path.c_str(), "rb"));
+    std::vector<char> buffer(kReadBufferBytes);
+    std::size_t total = 0;
+    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
+        total += got;
+        gSink = gSink + buffer[got - 1];
+    }
+    return total;
+}
+
+// The plain way: std::getline, then strtod along the line. Skips the two header lines.
+std::size_t GetlineStrtod(const std::string& path, std::vector<double>* keep) {
+    std::ifstream in(path);
+    std::string line;
+    std::size_t count = 0;
+    double sum = 0.0;
+    for (int header = 0; header < 2 && std::getline(in, line); ++header) {
+    }
+    while (std::getline(in, line)) {
+        const char* p = line.c_str();
+        for (;;) {
+            char* end;
+            const double value = std::strtod(p, &end);
+            if (end == p)
+                break;
+            sum += value;
+            ++count;
+            if (keep)
+                keep->push_back(value);
+            p = end;
+        }
+    }
+    gSink = gSink + sum;
+    return count;
+}
+
+void PrintLine(const char* what, double seconds, double bytes, double values, long long peak) {
+    std::printf("  %-34s %8.3f s %9.1f MB/s", what, seconds, bytes / seconds / 1e6);
+    if (values > 0)
+        std::printf(" %7.1f M values/s", values / seconds / 1e6);
+    else
+        std::printf("%19s", "");
+    if (peak >= 0)
+        std::printf("   peak %8.1f MB", static_cast<double>(peak) / 1e6);
+    std::printf("\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int nx = 4000;
+    int ny = 4000;
+    int repeat = 3;
+    bool keepFiles = false;
+    std::vector<int> sizes;
+    for (int a = 1; a < argc; ++a) {
+        if (std::strcmp(argv[a], "--keep") == 0)
+            keepFiles = true;
+        else if (std::strcmp(argv[a], "--repeat") == 0 && a + 1 < argc)
+            repeat = std::max(1, std::atoi(argv[++a]));
+        else
+            sizes.push_back(std::atoi(argv[a]));
+    }
+    if (sizes.size() == 2 && sizes[0] > 0 && sizes[1] > 0) {
+        nx = sizes[0];
+        ny = sizes[1];
+    }
+
+    std::string dir = (std::filesystem::temp_directory_path() / "seaforge-bench-XXXXXX").string();
+    if (mkdtemp(dir.data()) == nullptr) {
+        std::fprintf(stderr, "cannot make a directory under %s\n",
+                     std::filesystem::temp_directory_path().c_str());
+        return 1;
+    }
+    const std::string textPath = dir + "/bench_grid.txt";
+    std::printf("Generating a %d x %d text grid in %s ...\n", nx, ny, dir.c_str());
+    if (!WriteTextGrid(textPath, nx, ny)) {
+        std::fprintf(stderr, "cannot write %s\n", textPath.c_str());
+        return 1;
+    }
+    const double values = static_cast<double>(nx) * ny;
+    const double gridBytes = values * sizeof(double);
+    const double textBytes = static_cast<double>(std::filesystem::file_size(textPath));
+
+    XML_REGION rec;
+    rec.RegionName = "BENCH";
+    rec.GridSize = 0.1;
+    rec.Topography.FileName = textPath;
+
+    // Text grid.
+    const double rawText = Best(repeat, [&] { (void)ReadBytes(textPath); });
+    std::size_t baselineCount = 0;
+    const double plain = Best(repeat, [&] { baselineCount = GetlineStrtod(textPath, nullptr); });
+    std::vector<double> kept;
+    const double plainKept = Best(
+        repeat, [&] { (void)GetlineStrtod(textPath, &kept); },
+        [&] { std::vector<double>().swap(kept); });
+    int readOk = 1; // every ReadFile call, text and binary
+    std::optional<Region> region;
+    const auto readRegion = [&] {
+        region.emplace(TPG_R, rec);
+        Silence quiet;
+        readOk &= region->ReadFile();
+    };
+    const auto dropRegion = [&] { region.reset(); };
+    const double textRead = Best(repeat, readRegion, dropRegion);
+    Region text(TPG_R, rec);
+    long long textPeak = PeakBytes([&] {
+        Silence quiet;
+        readOk &= text.ReadFile();
+    });
+
+    // The reader's values must be strtod's, bit for bit.
+    bool identical = readOk == 1 && baselineCount == static_cast<std::size_t>(values);
+    if (identical) {
+        std::vector<double> expected;
+        expected.reserve(baselineCount);
+        (void)GetlineStrtod(textPath, &expected);
+        identical =
+            expected.size() == text.grid.ValueCount() &&
+            std::memcmp(expected.data(), text.grid.Data(), expected.size() * sizeof(double)) == 0;
+    }
+
+    // Binary twin.
+    int writeOk = 1;
+    const double write = Best(repeat, [&] {
+        Silence quiet;
+        writeOk &= text.WriteBIN(dir);
+    });
+    const long long writePeak = PeakBytes([&] {
+        Silence quiet;
+        writeOk &= text.WriteBIN(dir);
+    });
+    const std::string binPath = text.outFileName;
+    const double binBytes = static_cast<double>(std::filesystem::file_size(binPath));
+    rec.Topography.FileName = binPath;
+    const double rawBin = Best(repeat, [&] { (void)ReadBytes(binPath); });
+    // The least any reader pays for the grid itself: fresh memory, written once.
+    std::unique_ptr<double[]> cells;
+    const double freshGrid = Best(
+        repeat,
+        [&] {
+            cells.reset(new double[static_cast<std::size_t>(values)]);
+            std::fill(cells.get(), cells.get() + static_cast<std::size_t>(values), 1.0);
+        },
+        [&] { cells.reset(); });
+    const double binRead = Best(repeat, readRegion, dropRegion);
+    Region twin(TPG_R, rec);
+    const long long binPeak = PeakBytes([&] {
+        Silence quiet;
+        readOk &= twin.ReadFile();
+    });
+    bool twinMatches = readOk == 1 && twin.grid.ValueCount() == text.grid.ValueCount();
+    for (std::size_t k = 0; twinMatches && k < twin.grid.ValueCount(); ++k)
+        twinMatches = twin.grid.Data()[k] == static_cast<float>(text.grid.Data()[k]);
+
+    std::printf("\nRegion grid I/O, %d x %d values (grid storage %.1f MB), best of %d:\n", nx, ny,
+                gridBytes / 1e6, repeat);
+    std::printf(" text file %.1f MB\n", textBytes / 1e6);
+    PrintLine("read bytes only (1 MiB buffer)", rawText, textBytes, 0, -1);
+    PrintLine("std::getline + strtod loop", plain, textBytes, values, -1);
+    PrintLine("  the same, keeping the values", plainKept, textBytes, values, -1);
+    PrintLine("Region::ReadFile (text)", textRead, textBytes, values, textPeak);
+    std::printf(" binary file %.1f MB\n", binBytes / 1e6);
+    PrintLine("Region::WriteBIN", write, binBytes, values, writePeak);
+    PrintLine("read bytes only (1 MiB buffer)", rawBin, binBytes, 0, -1);
+    PrintLine("fill fresh grid storage, no file", freshGrid, gridBytes, values, -1);
+    PrintLine("Region::ReadFile (binary)", binRead, binBytes, values, binPeak);
+    std::printf(" cores: %u\n", std::thread::hardware_concurrency());
+
+    const double memoryLimit = 1.5 * gridBytes + static_cast<double>(kReadBufferBytes);
+    const auto verdict = [](bool met) { return met ? "met" : "NOT met"; };
+    std::printf("\nGoals:\n");
+    std::printf("  text read >= 8x the getline + strtod loop : %4.1fx (%.1fx the loop keeping "
+                "its values)   %s\n",
+                plain / textRead, plainKept / textRead, verdict(plain / textRead >= 8.0));
+    std::printf("  binary read <= 4x reading its bytes       : %4.1fx (%.1fx filling fresh grid "
+                "storage)   %s\n",
+                binRead / rawBin, binRead / freshGrid, verdict(binRead <= 4.0 * rawBin));
+    if (textPeak >= 0 && binPeak >= 0) {
+        std::printf("  peak memory <= 1.5 x grid + buffer        : text %.2fx, binary %.2fx "
+                    "of the grid   %s\n",
+                    static_cast<double>(textPeak) / gridBytes,
+                    static_cast<double>(binPeak) / gridBytes,
+                    verdict(textPeak <= memoryLimit && binPeak <= memoryLimit));
+    } else {
+        std::printf("  peak memory: not measurable here (/proc/self/clear_refs refused)\n");
+    }
+    std::printf("  values identical to strtod                : %s\n", identical ? "yes" : "NO");
+    std::printf("  binary twin holds the values as floats    : %s\n", twinMatches ? "yes" : "NO");
+    std::printf("  every call succeeded                      : %s\n",
+                readOk && writeOk ? "yes" : "NO");
+
+    if (keepFiles) {
+        std::printf("\nFiles kept in %s\n", dir.c_str());
+    } else {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+    return readOk && writeOk && identical && twinMatches ? 0 : 1;
+}

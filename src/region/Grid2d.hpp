@@ -1,0 +1,153 @@
+#pragma once
+
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+// Allocator whose resize() leaves new elements of trivial types unwritten, so a reader can
+// size a list and fill it without writing every value twice (or touching memory it may
+// never use).
+template <class T> struct UninitialisedAllocator : std::allocator<T> {
+    template <class U> struct rebind { using other = UninitialisedAllocator<U>; };
+    UninitialisedAllocator() = default;
+    template <class U> UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+
+    template <class U> void construct(U* p) noexcept(std::is_nothrow_default_constructible_v<U>) {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <class U, class... Args> void construct(U* p, Args&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
+
+// The storage of grids, and of value lists that become grids.
+template <class T> using GridVector = std::vector<T, UninitialisedAllocator<T>>;
+
+// One contiguous buffer of nx × ny cells, each holding kPerCell values of type T.
+//
+// Storage is in grid-file order: row j = 0 first, x fastest, so cell (i, j) starts at
+// value (j × nx + i) × kPerCell. Readers and writers therefore make one straight pass,
+// and a list of values read from a file becomes the grid without a copy (Adopt).
+//
+// Indexing keeps the grid[i][j] form (i along x, j along y):
+//   Grid2d<double>      g;  g[i][j] and g(i, j) are the double of cell (i, j);
+//   Grid2d<int32_t, 2>  p;  p[i][j] and p(i, j) point at the cell's two values, so
+//                           p[i][j][k] reads value k of the cell.
+// Indices are not checked in release builds.
+template <class T, int kPerCell = 1> class Grid2d {
+    static_assert(kPerCell >= 1);
+
+  public:
+    using value_type = T;
+    // A cell of a single-valued grid is its value; a cell of a multi-valued grid is a
+    // pointer to its kPerCell values.
+    using CellRef = std::conditional_t<kPerCell == 1, T&, T*>;
+    using ConstCellRef = std::conditional_t<kPerCell == 1, const T&, const T*>;
+
+    // Column i seen as a list of ny cells: the middle step of grid[i][j].
+    template <class Cell, class Ptr> class ColumnView {
+      public:
+        ColumnView(Ptr first, std::size_t stride, int rows)
+            : first_(first), stride_(stride), rows_(rows) {}
+        Cell operator[](int j) const {
+            assert(j >= 0 && j < rows_);
+            Ptr cell = first_ + static_cast<std::size_t>(j) * stride_;
+            if constexpr (kPerCell == 1)
+                return *cell;
+            else
+                return cell;
+        }
+        [[nodiscard]] int size() const { return rows_; }
+
+      private:
+        Ptr first_;
+        std::size_t stride_;
+        int rows_;
+    };
+    using Column = ColumnView<CellRef, T*>;
+    using ConstColumn = ColumnView<ConstCellRef, const T*>;
+
+    Grid2d() = default;
+
+    // nx columns of ny cells, every value set to `fill`. Negative sizes give no cells.
+    void Assign(int nx, int ny, const T& fill) {
+        SetShape(nx, ny);
+        values_.assign(CellCount() * kPerCell, fill);
+    }
+
+    // Takes over `values`, which must hold nx × ny × kPerCell values in file order.
+    // The list's storage becomes the grid's, so nothing is copied.
+    void Adopt(int nx, int ny, GridVector<T>&& values) {
+        SetShape(nx, ny);
+        assert(values.size() == CellCount() * kPerCell);
+        values_ = std::move(values);
+    }
+
+    // Frees the cells. The column count stays; every column becomes empty.
+    void Release() {
+        ny_ = 0;
+        GridVector<T>().swap(values_);
+    }
+
+    [[nodiscard]] int Columns() const { return nx_; }
+    [[nodiscard]] int Rows() const { return ny_; }
+    [[nodiscard]] bool Empty() const { return values_.empty(); }
+    [[nodiscard]] bool HasShape(int nx, int ny) const {
+        return nx_ == nx && ny_ == ny && values_.size() == CellCount() * kPerCell;
+    }
+
+    CellRef operator()(int i, int j) {
+        T* cell = values_.data() + CheckedOffset(i, j);
+        if constexpr (kPerCell == 1)
+            return *cell;
+        else
+            return cell;
+    }
+    ConstCellRef operator()(int i, int j) const {
+        const T* cell = values_.data() + CheckedOffset(i, j);
+        if constexpr (kPerCell == 1)
+            return *cell;
+        else
+            return cell;
+    }
+    Column operator[](int i) {
+        assert(i >= 0 && i < nx_);
+        return Column(values_.data() + Offset(i, 0), Stride(), ny_);
+    }
+    ConstColumn operator[](int i) const {
+        assert(i >= 0 && i < nx_);
+        return ConstColumn(values_.data() + Offset(i, 0), Stride(), ny_);
+    }
+
+    // All values in file order (row j = 0 first, x fastest, kPerCell per cell).
+    [[nodiscard]] T* Data() { return values_.data(); }
+    [[nodiscard]] const T* Data() const { return values_.data(); }
+    [[nodiscard]] std::size_t ValueCount() const { return values_.size(); }
+
+  private:
+    void SetShape(int nx, int ny) {
+        nx_ = nx > 0 ? nx : 0;
+        ny_ = ny > 0 ? ny : 0;
+    }
+    [[nodiscard]] std::size_t CellCount() const {
+        return static_cast<std::size_t>(nx_) * static_cast<std::size_t>(ny_);
+    }
+    [[nodiscard]] std::size_t Stride() const { return static_cast<std::size_t>(nx_) * kPerCell; }
+    [[nodiscard]] std::size_t Offset(int i, int j) const {
+        return (static_cast<std::size_t>(j) * static_cast<std::size_t>(nx_) +
+                static_cast<std::size_t>(i)) *
+               kPerCell;
+    }
+    [[nodiscard]] std::size_t CheckedOffset(int i, int j) const {
+        assert(i >= 0 && i < nx_ && j >= 0 && j < ny_);
+        return Offset(i, j);
+    }
+
+    int nx_ = 0;
+    int ny_ = 0;
+    GridVector<T> values_;
+};

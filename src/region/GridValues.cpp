@@ -1,0 +1,77 @@
+#include "region/GridValues.hpp"
+
+#include "region/SecondCore.hpp"
+
+void Extremes::Append(const Extremes& later) {
+    if (!later.any_)
+        return;
+    if (!any_) {
+        *this = later;
+        return;
+    }
+    if (!later.anyNumber_)
+        return;
+    if (!anyNumber_) {
+        anyNumber_ = true;
+        max_ = later.max_;
+        min_ = later.min_;
+        return;
+    }
+    max_ = max_ < later.max_ ? later.max_ : max_; // ties keep the earlier value
+    min_ = later.min_ < min_ ? later.min_ : min_;
+}
+
+Extremes ExtremesOf(const double* values, std::size_t count) {
+    Extremes result;
+    if (count == 0)
+        return result;
+    result.any_ = true;
+    result.first_ = values[0];
+    std::size_t k = 0;
+    while (k < count && values[k] != values[k])
+        ++k;
+    if (k == count)
+        return result;
+    const std::size_t firstNumber = k;
+    // Four running pairs, so the comparisons do not wait on each other. A NaN never
+    // wins a comparison, so the pairs pass over it.
+    double max[4] = {values[k], values[k], values[k], values[k]};
+    double min[4] = {values[k], values[k], values[k], values[k]};
+    for (++k; k + 4 <= count; k += 4) {
+        for (std::size_t lane = 0; lane < 4; ++lane) {
+            const double value = values[k + lane];
+            max[lane] = max[lane] < value ? value : max[lane];
+            min[lane] = value < min[lane] ? value : min[lane];
+        }
+    }
+    for (; k < count; ++k) {
+        max[0] = max[0] < values[k] ? values[k] : max[0];
+        min[0] = values[k] < min[0] ? values[k] : min[0];
+    }
+    for (std::size_t lane = 1; lane < 4; ++lane) {
+        max[0] = max[0] < max[lane] ? max[lane] : max[0];
+        min[0] = min[lane] < min[0] ? min[lane] : min[0];
+    }
+    // Equal doubles are the same bits but for -0.0 and 0.0, where the first one wins.
+    const auto firstZero = [&] { return *std::find(values + firstNumber, values + count, 0.0); };
+    result.anyNumber_ = true;
+    result.max_ = max[0] == 0.0 ? firstZero() : max[0];
+    result.min_ = min[0] == 0.0 ? firstZero() : min[0];
+    return result;
+}
+
+void GridValues::Finish(SecondCore* second) {
+    values.resize(std::min(values.size(), static_cast<std::size_t>(valueCount)));
+    ids.resize(std::min(ids.size(), static_cast<std::size_t>(idCount)));
+    const std::size_t half = values.size() / 2;
+    Extremes later;
+    if (second != nullptr)
+        second->Start([&] { later = ExtremesOf(values.data() + half, values.size() - half); });
+    else
+        later = ExtremesOf(values.data() + half, values.size() - half);
+    extremes = ExtremesOf(values.data(), half);
+    if (second != nullptr)
+        second->Wait();
+    extremes.Append(later);
+    extremes.Append(beyondKeep_);
+}

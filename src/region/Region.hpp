@@ -1,0 +1,152 @@
+#pragma once
+
+#include "project/XmlRecords.hpp"
+#include "region/Grid2d.hpp"
+#include "region/InstantVal2d.hpp"
+#include "region/PosIJ.hpp"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+// Grid kind of a Region. The values are written into configuration files and error
+// messages, so they never change. A default-constructed Region has kind 0.
+enum RType {
+    TPG_R = 1, // topography (depth / elevation)
+    RCF_R = 2, // roughness coefficient
+    CLD_R = 3, // construction-line data: two (value, identifier) pairs per cell
+    WBM_R = 4, // wave-breaker map, computed
+    WBH_R = 5, // wave-breaker height, computed
+    LSM_R = 6, // land map
+    VRT_R = 7, // vertical deformation
+    HRZ_R = 8, // horizontal deformation
+    IWH_R = 9, // initial wave height
+};
+
+// One grid layer (kind) of one computational region. The nine layers of a region are
+// separate objects sharing its number, name, coordinate system and geometry.
+//
+// Geometry: grid point (i, j) lies at (org_x + i × gridSize, org_y + j × gridSize), in the
+// units of `epsg` (degrees when coordType is 1, else metres). i runs along x, j along y;
+// files hold rows of constant j with x fastest, starting at org_y.
+//
+// Cells: every grid is one contiguous buffer owned by this object (copies are deep) and
+// indexed grid[i][j] or grid(i, j). The per-face pair grids hold two values per cell,
+// read as pairGrid[i][j][k]: k = 0 for the face towards (i, j + 1), k = 1 towards (i + 1, j).
+//
+// Operations print their own progress on standard output and their own
+// "ERROR:REGION OBJECT METHOD" block on standard error, and answer with their result.
+// Methods live in sources named for the operation (RegionReadFile.cpp, RegionWriteBIN.cpp,
+// RegionFill.cpp, ...).
+class Region {
+  public:
+    Region();
+    // Takes the kind's tag, input file and uniform value from the record.
+    Region(RType kind, const XML_REGION& rec);
+
+    // Region.cpp
+    // Sets the four geometry fields only; the cells are left as they are.
+    void Set2dStruct(int newNx, int newNy, double newOrgX, double newOrgY);
+    // Frees the cells once the run no longer needs them (geometry and names stay), and
+    // the value buffers of the deformation stages.
+    void FreeVecMem();
+    [[nodiscard]] int TempMethod();
+
+    // RegionReadFile.cpp
+    // Loads inFileName, a binary grid when ".bin" occurs in the path after its first
+    // character, else a text grid. Sets nx, ny, org_x, org_y, the cells, valMax and valMin
+    // (a binary file also gridSize and fileGridSize), prints the "Region Input:" summary
+    // and returns 1; returns 0 after printing the error block. Never throws.
+    [[nodiscard]] int ReadFile();
+
+    // RegionWriteBIN.cpp
+    // Writes "<dir>/<first three of typeTag>_<regionName>.bin" (header, then the cells of
+    // TPG_R, RCF_R, LSM_R as floats, WBH_R as float pairs, WBM_R as int32 pairs; other
+    // kinds get the header only) and stores that path in outFileName, even on failure.
+    // Returns 1, or 0 after the error block when the file cannot be created.
+    [[nodiscard]] int WriteBIN(std::string dir);
+
+    // RegionCalcDT.cpp
+    // Time step of the region from the time step handed in (seconds) and the nesting CFL
+    // limit: sets dxMeter, dt, timeRatio (3 when the limit allows three steps, else 1) and
+    // cfl. Returns false after the "Calculate CFL" error block.
+    [[nodiscard]] bool CalcDT(double timeIncrement, double cflLimit);
+    void SetStepRatio(int ratio); // the parent region's timeRatio
+
+    // RegionCheckComprisable.cpp
+    // True, after printing "Comprisable:OK", when this grid's cells lie inside the base
+    // region's cells; false after the "Check Comprisable" error block. With another EPSG
+    // code the base code names the geographic system and this region's the plane system.
+    [[nodiscard]] bool CheckComprisable(int baseEpsg, double baseOrgX, double baseOrgY,
+                                        double baseGridSize, int baseNx, int baseNy);
+    // Sets connectI and connectJ, the 1-based base grid position where this grid starts;
+    // false after the "Search Connecting Point" error block when either is not found.
+    [[nodiscard]] bool SearchConnectPos(double baseOrgX, double baseOrgY, double baseGridSize,
+                                        int baseNx, int baseNy);
+
+    // RegionWriteConf.cpp: this grid's lines of the two configuration files (topography
+    // grids name the region; the other kinds their file). Always true.
+    bool WriteIWHConf(std::FILE* stream) const;
+    bool WriteCalParam(std::FILE* stream) const;
+
+    // RegionFill.cpp: cells for the kinds that have no input file, sized nx × ny.
+    void Make2dStruct();     // grid: uniformValue everywhere
+    void Make2dStruct2();    // pairGrid: uniformValue, uniformValue in every cell
+    void Make2dStructInt2(); // pairIntGrid: 0, 0 in every cell
+
+    RType type;
+    std::string typeTag; // "TPG-R" ...; its first three characters name output files
+    std::string regionName;
+    std::int32_t regionNo;
+    std::int32_t baseRegionNo; // 0 for an outermost region
+    std::int32_t epsg;
+    std::int32_t coordType; // 1: longitude-latitude degrees (EPSG 4326, 4612), 0: metres
+    double gridSize;        // spacing, in the units of epsg
+
+    // Time step of the region.
+    double dt;
+    std::int32_t timeRatio;
+    std::int32_t stepRatio;
+    float dxMeter;
+    double cfl;
+
+    std::int32_t nx; // grid points along x
+    std::int32_t ny; // grid points along y
+    double org_x;    // coordinates of grid point (0, 0)
+    double org_y;
+    double end_x; // last grid point, stated by a construction-line text header
+    double end_y;
+    double fileGridSize; // spacing stated by the grid file; 0 when it states none
+
+    // 1-based position of this region's first point inside its base region.
+    std::int32_t connectI;
+    std::int32_t connectJ;
+
+    std::vector<InstantVal2d> dynamicSeries; // time stages of a deformation grid
+
+    Grid2d<double> grid;                 // one value per cell
+    Grid2d<double, 2> pairGrid;          // CLD_R values, WBH_R heights
+    Grid2d<std::int32_t> intGrid;        // integer cells; no step of a run fills it
+    Grid2d<std::int32_t, 2> pairIntGrid; // CLD_R identifiers, WBM_R map, land marks
+
+    double valMax; // extremes of the values read
+    double valMin;
+
+    std::string outFileName; // what the configuration files name: input, then written path
+    std::int32_t nonLinear;
+    std::int32_t dispersive;
+    std::string inFileName;
+    bool noFileName; // no input file: the cells come from uniformValue
+    double uniformValue;
+
+    // Stations and coastal extract points fitted to this region, and their files.
+    std::vector<PosIJ> stationPoints;
+    std::vector<PosIJ> extractPoints;
+    std::string staFileName;
+    std::string extFileName;
+};
+
+// True when the two grids lie on the same points: nx, ny, org_x and org_y equal exactly.
+// Kept: gridSize is not compared, so a grid whose file states a rounded spacing matches.
+[[nodiscard]] bool isSameRegion(const Region* a, const Region* b);

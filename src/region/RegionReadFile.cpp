@@ -1,0 +1,329 @@
+#include "region/Region.hpp"
+
+#include "project/Console.hpp"
+#include "region/GridValues.hpp"
+#include "region/SecondCore.hpp"
+#include "region/TextGridReader.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <bit>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <vector>
+
+static_assert(std::endian::native == std::endian::little);
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// Local causes of a failed read; each picks its detail lines in ReadFile.
+constexpr int kCannotOpen = 1;
+constexpr int kBadFormat = 2;
+constexpr int kCountMismatch = 3;
+
+constexpr std::size_t kBinaryHeaderBytes = 8 + 8 + 4 + 4 + 4;
+constexpr std::size_t kEntryNameBytes = 64;
+constexpr std::size_t kEntryBytes = 4 + kEntryNameBytes;
+constexpr std::size_t kBinaryBufferBytes = std::size_t{4} << 20;
+constexpr std::int64_t kSplitTextBytes = std::int64_t{8} << 20;
+constexpr std::size_t kSplitBinaryValues = std::size_t{1} << 20;
+// Values to make room for when a text stream has no size to go by; the list grows.
+constexpr std::size_t kRoomWithoutSize = std::size_t{1} << 16;
+
+// A binary file shorter than its header announces is read anyway and its last value
+// repeated; but a header announcing far more than the file could ever have held is not a
+// short file, it is not a grid file, and believing it would exhaust memory.
+constexpr std::int64_t kShortfallFactor = 16;
+constexpr std::int64_t kShortfallAllowance = std::int64_t{1} << 20;
+
+[[nodiscard]] bool Believable(std::int64_t announcedBytes, std::int64_t fileBytes) {
+    return announcedBytes <= kShortfallFactor * fileBytes + kShortfallAllowance;
+}
+
+// Size of a regular file, or -1 when the stream has no fixed size (a pipe, a device).
+[[nodiscard]] std::int64_t RegularFileSize(std::FILE* file) {
+    struct stat info;
+    if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode))
+        return -1;
+    return static_cast<std::int64_t>(info.st_size);
+}
+
+[[nodiscard]] bool IsDirectory(std::FILE* file) {
+    struct stat info;
+    return fstat(fileno(file), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Values per cell and the total a header announces, or -1 when nx and ny describe no grid
+// a run could hold (negative, or more values than a count of int can say).
+[[nodiscard]] std::int64_t AnnouncedValues(int nx, int ny, int perCell) {
+    if (nx < 0 || ny < 0)
+        return -1;
+    const std::int64_t count = std::int64_t{nx} * ny * perCell;
+    return count > INT_MAX ? -1 : count;
+}
+
+template <class T> T Load(const unsigned char* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof(T));
+    return value;
+}
+
+// Binary grid: header, then nx × ny floats, or for construction-line data the entry list
+// and 2 × nx × ny (float value, int32 identifier) pairs. Answers 0 or a local cause.
+int ReadBinaryGrid(Region& region, GridValues& out) {
+    FilePtr file(std::fopen(region.inFileName.c_str(), "rb"));
+    std::printf(">>>> Read Binary File\n");
+    if (!file || IsDirectory(file.get()))
+        return kCannotOpen;
+    std::FILE* f = file.get();
+
+    unsigned char header[kBinaryHeaderBytes];
+    if (std::fread(header, 1, sizeof header, f) != sizeof header)
+        return kBadFormat;
+    region.org_x = Load<double>(header);
+    region.org_y = Load<double>(header + 8);
+    region.nx = Load<std::int32_t>(header + 16);
+    region.ny = Load<std::int32_t>(header + 20);
+    region.gridSize = Load<float>(header + 24);
+    region.fileGridSize = region.gridSize;
+
+    const bool pairs = region.type == CLD_R;
+    const std::int64_t count = AnnouncedValues(region.nx, region.ny, pairs ? 2 : 1);
+    if (count < 0)
+        return kBadFormat;
+    std::int64_t fileBytes = RegularFileSize(f);
+    std::int64_t consumed = static_cast<std::int64_t>(kBinaryHeaderBytes);
+
+    // Kept: past the header nothing is checked; a value the file no longer holds repeats
+    // the last one read (0 before any).
+    std::int32_t entries = 0;
+    std::int64_t announced = consumed + count * 4;
+    if (pairs) {
+        unsigned char number[4] = {};
+        consumed += static_cast<std::int64_t>(std::fread(number, 1, 4, f));
+        entries = std::max(Load<std::int32_t>(number), 0);
+        announced = consumed + std::int64_t{entries} * kEntryBytes + count * 8;
+    }
+    if (fileBytes >= 0 && !Believable(announced, fileBytes))
+        return kBadFormat;
+
+    std::int32_t id = 0;
+    char name[kEntryNameBytes] = {};
+    for (std::int32_t e = 0; e < entries; ++e) {
+        unsigned char entry[kEntryBytes];
+        const std::size_t got = std::fread(entry, 1, kEntryBytes, f);
+        consumed += static_cast<std::int64_t>(got);
+        // A stream of unknown size is judged once it has ended.
+        if (got < kEntryBytes && !Believable(announced, consumed))
+            return kBadFormat;
+        if (got >= 4)
+            id = Load<std::int32_t>(entry);
+        if (got == kEntryBytes)
+            std::memcpy(name, entry + 4, kEntryNameBytes);
+        std::printf(" ID  :%d\n", id);
+        std::printf(" Name:%.*s\n", static_cast<int>(strnlen(name, kEntryNameBytes)), name);
+    }
+
+    const std::size_t total = static_cast<std::size_t>(count);
+    const std::size_t recordBytes = pairs ? 8 : 4;
+    out.Prepare(total, total, pairs);
+    double* const values = out.values.data();
+    std::int32_t* const ids = out.ids.data();
+    const auto convert = [&](const unsigned char* record, std::size_t first, std::size_t n) {
+        if (pairs) {
+            for (std::size_t k = first; k < first + n; ++k, record += 8) {
+                values[k] = Load<float>(record);
+                ids[k] = Load<std::int32_t>(record + 4);
+            }
+        } else {
+            for (std::size_t k = first; k < first + n; ++k, record += 4)
+                values[k] = Load<float>(record);
+        }
+    };
+    // Large grids are widened on both cores, each side into its own cells.
+    std::unique_ptr<SecondCore> second =
+        total >= kSplitBinaryValues ? SecondCore::StartIfUseful() : nullptr;
+    std::size_t done = 0;
+    const unsigned char* partial = nullptr; // a last, incomplete record
+    std::size_t partialBytes = 0;
+    auto buffer = std::make_unique<unsigned char[]>(kBinaryBufferBytes);
+    while (done < total) {
+        const std::size_t want = std::min((total - done) * recordBytes, kBinaryBufferBytes);
+        const std::size_t got = std::fread(buffer.get(), 1, want, f);
+        const std::size_t records = got / recordBytes;
+        consumed += static_cast<std::int64_t>(got);
+        const std::size_t half = second ? records / 2 : 0;
+        if (half > 0)
+            second->Start([&, half, records] {
+                convert(buffer.get() + half * recordBytes, done + half, records - half);
+            });
+        convert(buffer.get(), done, half > 0 ? half : records);
+        if (half > 0)
+            second->Wait();
+        done += records;
+        if (got < want) {
+            partial = buffer.get() + records * recordBytes;
+            partialBytes = got % recordBytes;
+            break;
+        }
+    }
+    if (done < total) {
+        if (!Believable(announced, consumed))
+            return kBadFormat;
+        double lastValue = done > 0 ? values[done - 1] : 0.0;
+        if (pairs && partialBytes >= 4)
+            lastValue = Load<float>(partial); // read, though its identifier is missing
+        std::fill(values + done, values + total, lastValue);
+        if (pairs)
+            std::fill(ids + done, ids + total, done > 0 ? ids[done - 1] : 0);
+    }
+
+    out.valueCount = count;
+    out.idCount = pairs ? count : 0;
+    out.Finish(second.get());
+    return 0;
+}
+
+// Text grid; see TextGridReader for the line rules. Answers 0 or a local cause.
+int ReadTextGrid(Region& region, GridValues& out) {
+    // Kept: the flag is set again here although nothing reads it after this point.
+    region.noFileName = true;
+    FilePtr file(std::fopen(region.inFileName.c_str(), "r"));
+    if (!file || IsDirectory(file.get()))
+        return kCannotOpen;
+    const std::int64_t fileBytes = RegularFileSize(file.get());
+
+    // A second core pays once a grid is a few million values.
+    const bool large = fileBytes >= kSplitTextBytes;
+    TextGridReader reader(file.get(), TextGridReader::kDefaultBufferBytes, large);
+    TokenConverter convert;
+    std::vector<std::string_view> tokens;
+    const bool pairs = region.type == CLD_R;
+
+    // A missing header line has no tokens, so it is a wrong count like any other.
+    if (!reader.NextLine(tokens) || tokens.size() != 2)
+        return kBadFormat;
+    region.nx = static_cast<std::int32_t>(convert.Integer(tokens[0]));
+    region.ny = static_cast<std::int32_t>(convert.Integer(tokens[1]));
+    const std::int64_t count = AnnouncedValues(region.nx, region.ny, pairs ? 2 : 1);
+    if (count < 0)
+        return kBadFormat;
+
+    if (!reader.NextLine(tokens) || tokens.size() < (pairs ? 4u : 2u))
+        return kBadFormat;
+    region.org_x = convert.Real(tokens[0]);
+    region.org_y = convert.Real(tokens[1]);
+    if (pairs) {
+        region.end_x = convert.Real(tokens[2]);
+        region.end_y = convert.Real(tokens[3]);
+        // Kept: nx of 1 divides by zero and gives an infinite or undefined spacing.
+        region.fileGridSize = (region.end_x - region.org_x) / (region.nx - 1);
+
+        if (!reader.NextLine(tokens) || tokens.empty())
+            return kBadFormat;
+        const long entries = convert.Integer(tokens[0]);
+        for (long e = 0; e < entries; ++e)
+            if (!reader.SkipLine())
+                break;
+    }
+
+    // Every value takes at least two characters but in contrived files ("---"), so this
+    // never sizes the lists beyond what the file could hold.
+    const std::size_t total = static_cast<std::size_t>(count);
+    const std::size_t room =
+        fileBytes >= 0 ? static_cast<std::size_t>(fileBytes) / 2 + 1 : kRoomWithoutSize;
+    out.Prepare(total, room, pairs);
+    if (pairs)
+        reader.ReadValuePairs(out);
+    else
+        reader.ReadValues(out);
+    out.Finish(reader.Helper());
+    return 0;
+}
+
+} // namespace
+
+int Region::ReadFile() {
+    std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
+    GridValues data;
+    int failure = 0;
+    try {
+        // Kept: ".bin" anywhere after the first character makes a binary grid, so
+        // "grid.bin.txt" is binary and a path that is just ".bin" is text.
+        const std::size_t binAt = inFileName.rfind(".bin");
+        const bool binary = binAt != std::string::npos && binAt > 0;
+        if (const int cause = binary ? ReadBinaryGrid(*this, data) : ReadTextGrid(*this, data))
+            throw cause;
+
+        valMax = data.extremes.Max();
+        valMin = data.extremes.Min();
+        const std::int64_t expected = std::int64_t{nx} * ny * (type == CLD_R ? 2 : 1);
+        if (data.valueCount != expected)
+            throw kCountMismatch;
+        if (type == CLD_R) {
+            // Identifiers sit at odd positions, so a line with an odd token count leaves
+            // a value without one.
+            if (data.idCount != expected)
+                throw kCountMismatch;
+            pairGrid.Adopt(nx, ny, std::move(data.values));
+            pairIntGrid.Adopt(nx, ny, std::move(data.ids));
+        } else {
+            grid.Adopt(nx, ny, std::move(data.values));
+        }
+    } catch (const std::bad_alloc&) {
+        // A header that passed every check but still asks for more memory than there is.
+        failure = kBadFormat;
+    } catch (int cause) {
+        failure = cause;
+    }
+    if (failure != 0) {
+        const std::string& path = inFileName;
+        switch (failure) {
+        case kCannotOpen:
+            PrintErrorBlock(
+                {"ERROR:REGION OBJECT METHOD",
+                 "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                 "  ERROR-DETAIL:Can not open file.",
+                 "  ERROR-DETAIL:Particular attention should be given to \"Region File\".",
+                 "  ERROR-DETAIL:Region File > " + path});
+            break;
+        case kBadFormat:
+            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                             "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                             "  ERROR-DETAIL:You should check the Format of Region File.",
+                             "  ERROR-DETAIL:Region File > " + path});
+            break;
+        default:
+            // Kept: two blanks before ">" here, one in the other causes.
+            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                             "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                             "  ERROR-DETAIL:You should check the Format of Region File.",
+                             "  ERROR-DETAIL:Region File  > " + path,
+                             "  ERROR-DETAIL:ALL DATA NUM > " + std::to_string(data.valueCount),
+                             "  ERROR-DETAIL:          NX > " + std::to_string(nx),
+                             "  ERROR-DETAIL:          NY > " + std::to_string(ny)});
+            break;
+        }
+        return 0;
+    }
+
+    std::printf("nx     :%d\n", nx);
+    std::printf("ny     :%d\n", ny);
+    std::printf("org_x  :%lf\n", org_x);
+    std::printf("org_y  :%lf\n", org_y);
+    std::printf("dataNum:%d\n", static_cast<int>(data.valueCount));
+    std::printf("valMax :%lf\n", valMax);
+    std::printf("valMin :%lf\n", valMin);
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+    return 1;
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+// A second thread for work that splits in two: Start(job) runs `job` there while the
+// caller does its own half, Wait() returns once the job has finished. Callers give each
+// side its own slice of input and output, so a result never depends on which side ran
+// first or whether a second core was there at all.
+class SecondCore {
+  public:
+    // A started helper thread, or null when the machine has one core or no thread can be
+    // started; callers then do both halves themselves.
+    [[nodiscard]] static std::unique_ptr<SecondCore> StartIfUseful();
+
+    ~SecondCore();
+    SecondCore(const SecondCore&) = delete;
+    SecondCore& operator=(const SecondCore&) = delete;
+
+    // `job` must not throw.
+    void Start(std::function<void()> job);
+    void Wait();
+
+  private:
+    SecondCore();
+    void Loop();
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::function<void()> job_;
+    bool busy_ = false;
+    bool quit_ = false;
+    std::thread thread_; // last, so it starts after the members it uses exist
+};
