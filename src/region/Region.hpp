@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+class DynamicParam; // inputs/DynamicParam.hpp
+
 // Grid kind of a Region. The values are written into configuration files and error
 // messages, so they never change. A default-constructed Region has kind 0.
 enum RType {
@@ -94,6 +96,35 @@ class Region {
     void Make2dStruct();     // grid: uniformValue everywhere
     void Make2dStruct2();    // pairGrid: uniformValue, uniformValue in every cell
     void Make2dStructInt2(); // pairIntGrid: 0, 0 in every cell
+
+    // RegionLandMap.cpp
+    // True when this is a land map (LSM_R) whose inFileName states the tide level
+    // `tideLevel` (hundredths of the topography's unit): the last "_P" and up to three
+    // characters after it, read as atol reads them, state a positive level; a name
+    // without "_P" states a negative one by its last "_M". Kept: "_P" wins wherever an
+    // "_M" stands. Prints the "Check Tide" error block otherwise.
+    [[nodiscard]] bool CheckFileNameTide(int tideLevel) const;
+    // Fills `grid` (nx × ny, sized by Make2dStruct) with the land map of the topography
+    // `depth` (depth[i][j], i along x) at the tide level `tideLevel` (hundredths of the
+    // depth unit, compared in single precision): 0.0 below the tide and joined to the
+    // outer ring's water, 2.0 below the tide and cut off by the structures of `mapA` but
+    // joined past those of `mapB`, 1.0 elsewhere. mapX[i][j][0] != 0 blocks the step
+    // (i, j)-(i, j + 1), mapX[i][j][1] != 0 the step (i, j)-(i + 1, j); a diagonal step
+    // goes round either corner whose two faces are open. Both maps are the caller's
+    // copies. Cells of the outer ring keep 0.0 or 1.0. Time and memory grow with the cell
+    // count only (one byte per cell besides the inputs). False after the "Making Land
+    // Map" error block when the grids are not all nx × ny.
+    [[nodiscard]] bool MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> mapA,
+                                   Grid2d<std::int32_t, 2> mapB, int tideLevel);
+
+    // RegionSetDynamic.cpp
+    // Names the stage grids "<dir>/<first three of typeTag>_<regionName>_<validTime>s.bin"
+    // and writes the index "<dir>/<tag>_<regionName>.txt" (valid time, rise time, grid
+    // name per stage), which becomes outFileName; prints the names on standard output.
+    // A region whose epsg is not the deformation's `deformationEpsg` only gets outFileName
+    // blanked. False after the "Writing BIN File" error block when the index cannot be
+    // written.
+    [[nodiscard]] bool SetDynamic(std::string dir, DynamicParam param, int deformationEpsg);
 
     RType type;
     std::string typeTag; // "TPG-R" ...; its first three characters name output files

@@ -1,0 +1,150 @@
+#include "inputs/ConstLineParam.hpp"
+
+#include "inputs/LinePieceReader.hpp"
+#include "project/Console.hpp"
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+void PrintShapeError(const char* headline) {
+    PrintErrorBlock(
+        {"ERROR:CONSTLINEPARAM OBJECT METHOD", headline,
+         "  ERROR-DETAIL:Construction Line Data and Wave Breaker grids differ in size."});
+}
+
+} // namespace
+
+ConstLineParam::ConstLineParam() : noFile(true) {}
+
+ConstLineParam::ConstLineParam(const XML_CONSTLINE& rec)
+    : fileName(rec.FileName), noFile(rec.FileName.empty()) {}
+
+ConstLineParam::~ConstLineParam() = default;
+
+bool ConstLineParam::ReadFile() {
+    std::printf("\n>>>>>>>>>>>>> ConstLine Parameter File Input:\n");
+    try {
+        FilePtr file(std::fopen(fileName.c_str(), "r"));
+        if (!file)
+            throw 1;
+        LinePieceReader lines(file.get());
+        while (lines.Next()) {
+            if (lines.IsComment())
+                continue;
+            const auto& fields = lines.Fields();
+            if (fields.size() < 4)
+                throw 2;
+            CONSTLINE_PARAM param;
+            param.sinkRate = FieldReal(fields[1]);
+            param.kind = FieldInt32(fields[2]);
+            param.label = fields[3];
+            // An identifier listed twice keeps its first line.
+            params.emplace(FieldInt32(fields[0]), std::move(param));
+        }
+        if (lines.Failed())
+            throw 1; // named, but not a file that can be read
+    } catch (int cause) {
+        if (cause == 1)
+            PrintErrorBlock(
+                {"ERROR:CONSTLINEPARAM OBJECT METHOD",
+                 "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                 "  ERROR-DETAIL:Can not open file.",
+                 "  ERROR-DETAIL:Particular attention should be given to \"ConstLine Parameter File\"."});
+        else
+            PrintErrorBlock(
+                {"ERROR:CONSTLINEPARAM OBJECT METHOD",
+                 "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                 "  ERROR-DETAIL:You should check the Format of ConstLine Parameter File."});
+        return false;
+    }
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+    return true;
+}
+
+bool ConstLineParam::MakeWBMap(int nx, int ny, const Grid2d<std::int32_t, 2>& ids,
+                               Grid2d<std::int32_t, 2>& map) const {
+    if (nx < 1 || ny < 1)
+        return true;
+    if (!ids.HasShape(nx, ny) || !map.HasShape(nx, ny)) {
+        PrintShapeError("  ERROR-DETAIL:Abnormal action at Making Wave Breaker Map Method.");
+        return false;
+    }
+    for (int i = 0; i < nx; ++i) {
+        for (int j = 0; j < ny; ++j) {
+            for (int k = 0; k < 2; ++k) {
+                const std::int32_t id = ids[i][j][k];
+                const auto param = params.find(id);
+                if (id == 0 || param == params.end() || param->second.sinkRate == 1.0) {
+                    map[i][j][k] = 0;
+                    continue;
+                }
+                switch (param->second.kind) {
+                case 0:
+                    map[i][j][k] = 100;
+                    break;
+                case 1:
+                    map[i][j][k] = 1;
+                    break;
+                case 2:
+                    map[i][j][k] = 2;
+                    break;
+                default:
+                    // Kept: an unknown kind leaves whatever the face held.
+                    break;
+                }
+            }
+        }
+    }
+    return true;
+}
+
+bool ConstLineParam::SinkWB(int nx, int ny, double /*tideLevel*/, const Grid2d<double, 2>& heights,
+                            const Grid2d<std::int32_t, 2>& ids, const Grid2d<double>& topo,
+                            Grid2d<double, 2>& sunk) const {
+    if (nx < 1 || ny < 1)
+        return true;
+    if (!heights.HasShape(nx, ny) || !ids.HasShape(nx, ny) || !topo.HasShape(nx, ny) ||
+        !sunk.HasShape(nx, ny)) {
+        PrintShapeError("  ERROR-DETAIL:Abnormal action at Sinking Wave Breaker Method.");
+        return false;
+    }
+    try {
+        for (int i = 0; i < nx; ++i) {
+            for (int j = 0; j < ny; ++j) {
+                for (int k = 0; k < 2; ++k) {
+                    const std::int32_t id = ids[i][j][k];
+                    if (id == 0) {
+                        sunk[i][j][k] = 0.0;
+                        continue;
+                    }
+                    // A structure on a face sinks toward the higher of the two cells it
+                    // separates; the outermost faces have only their own cell.
+                    double ground = topo[i][j];
+                    if (k == 0 && j < ny - 1 && topo[i][j + 1] > ground)
+                        ground = topo[i][j + 1];
+                    if (k == 1 && i < nx - 1 && topo[i + 1][j] > ground)
+                        ground = topo[i + 1][j];
+                    const auto param = params.find(id);
+                    const double rate = param != params.end() ? param->second.sinkRate : 0.0;
+                    if (rate < 0.0 || rate > 1.0)
+                        throw 1;
+                    sunk[i][j][k] = ground + (heights[i][j][k] - ground) * (1.0 - rate);
+                }
+            }
+        }
+    } catch (int) { // 1: a sink rate outside [0, 1]
+        PrintErrorBlock(
+            {"ERROR:CONSTLINEPARAM OBJECT METHOD", "  ERROR-DETAIL:Abnormal action at SinkRate().",
+             "  ERROR-DETAIL:Particular attention should be given to \"ConstLine Parameter File\".",
+             "  ERROR-DETAIL:You should check the Format of ConstLine Parameter File."});
+        return false;
+    }
+    return true;
+}

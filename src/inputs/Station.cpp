@@ -1,0 +1,121 @@
+#include "inputs/Station.hpp"
+
+#include "gis/Shapefile.hpp"
+#include "inputs/LinePieceReader.hpp"
+#include "project/Console.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// Line ends separate fields too, so a name in the last column is clean.
+std::vector<std::string> SplitFields(LinePieceReader& reader) {
+    std::vector<std::string> fields;
+    for (const char* field : reader.Fields()) {
+        for (const char* p = field; *p != '\0';) {
+            const std::size_t length = std::strcspn(p, "\r\n");
+            if (length > 0)
+                fields.emplace_back(p, length);
+            p += length;
+            p += std::strspn(p, "\r\n");
+        }
+    }
+    return fields;
+}
+
+} // namespace
+
+Station::Station(const XML_STATION& rec) : epsg(rec.EPSG), fileName(rec.FileName) {}
+
+Station::~Station() = default;
+
+bool Station::ReadFile() {
+    try {
+        std::printf("\n>>>>>>>>>>>>>>>>>> Station Input:\n");
+        FilePtr file(std::fopen(fileName.c_str(), "r"));
+        if (!file) {
+            // A project may name a list that is not made yet; the run goes on without it.
+            std::fprintf(stderr, " WARNING:Can not open file.\n");
+            std::fprintf(stderr,
+                         " WARNING:Particular attention should be given to \"Station File\".\n");
+            std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+            return true;
+        }
+        LinePieceReader reader(file.get());
+        while (reader.Next()) {
+            if (reader.IsComment())
+                continue;
+            const std::vector<std::string> fields = SplitFields(reader);
+            if (fields.size() < 3)
+                throw 2;
+            PosXY point;
+            point.x = FieldReal(fields[0].c_str());
+            point.y = FieldReal(fields[1].c_str());
+            point.name = fields[2];
+            points.push_back(point);
+        }
+        if (reader.Failed())
+            throw 1;
+        std::printf("Input %zuStations.\n", points.size());
+        std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+        return true;
+    } catch (int cause) {
+        if (cause == 1)
+            PrintErrorBlock({
+                "ERROR:STATION OBJECT METHOD",
+                "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                "  ERROR-DETAIL:Can not open file.",
+                "  ERROR-DETAIL:Particular attention should be given to \"Station File\".",
+            });
+        else
+            PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
+                             "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                             "  ERROR-DETAIL:You should check the Format of Station File."});
+        return false;
+    }
+}
+
+bool Station::MakeShapefile(std::string path) {
+    try {
+        Shapefile shp;
+        (void)shp.create(path, Shapefile::POINT, static_cast<unsigned int>(epsg));
+        for (const PosXY& point : points)
+            (void)shp.writePoint(point.name, Point{point.x, point.y}); // refusals show per point
+        shp.close();
+        return true;
+    } catch (const std::exception&) { // GDAL out of memory: reported as ours
+        PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Making Shapefile Method.",
+                         "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+        return false;
+    }
+}
+
+bool Station::WriteBestPoint(std::string path) {
+    FilePtr file(std::fopen(path.c_str(), "a"));
+    if (!file) {
+        // Kept: the method line says "Reading" although this writes.
+        PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                         "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+        return false;
+    }
+    for (const PosXY& point : points) {
+        // Widened so that no index read from anywhere can overflow when made 1-based.
+        std::fprintf(file.get(), "%lld, %lld, %s, %d\n", static_cast<long long>(point.bestI) + 1,
+                     static_cast<long long>(point.bestJ) + 1, point.name.c_str(),
+                     point.bestRegionNo);
+    }
+    return true;
+}
+
+int Station::TempMethod() { return 0; }

@@ -1,0 +1,109 @@
+#include "gis/Shapefile.hpp"
+
+#include "gis/GisTestSupport.hpp"
+#include "support/TempDir.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Clockwise (an outer ring as shapefiles store it), last vertex not repeating the first.
+const double kXs[5] = {0.0, 0.0, 5.0, 10.0, 10.0};
+const double kYs[5] = {0.0, 10.0, 12.0, 10.0, 0.0};
+
+TEST(Shapefile, PolygonFieldsAndClosedRing) {
+    TempDir dir;
+    const std::string path = dir.path().string() + "/FaultModel001.shp";
+    const Said said = CaptureSaid([&] {
+        Shapefile shp; // the destructor completes the files
+        return shp.create(path, Shapefile::POLYGON, 3100) &&
+               shp.writePolygon("F", "Slip", 1.75, kXs, kYs);
+    });
+    EXPECT_TRUE(said.result);
+    EXPECT_EQ(said.out + said.err, "");
+
+    GDALDatasetUniquePtr ds = OpenDataset(path, GDAL_OF_VECTOR);
+    ASSERT_TRUE(ds);
+    EXPECT_EQ(wkbFlatten(ds->GetLayer(0)->GetGeomType()), wkbPolygon);
+    const OGRFeatureDefn* defn = ds->GetLayer(0)->GetLayerDefn();
+    ASSERT_EQ(defn->GetFieldCount(), 2);
+    EXPECT_STREQ(defn->GetFieldDefn(0)->GetNameRef(), "Name");
+    EXPECT_EQ(defn->GetFieldDefn(0)->GetType(), OFTString);
+    EXPECT_EQ(defn->GetFieldDefn(0)->GetWidth(), 32);
+    EXPECT_STREQ(defn->GetFieldDefn(1)->GetNameRef(), "Slip");
+    EXPECT_EQ(defn->GetFieldDefn(1)->GetType(), OFTReal);
+    EXPECT_EQ(defn->GetFieldDefn(1)->GetWidth(), 32);
+
+    int epsg = 0;
+    const auto features = FeaturesOf(path, &epsg);
+    EXPECT_EQ(epsg, 3100);
+    ASSERT_EQ(features.size(), 1u);
+    EXPECT_EQ(features[0].slip, 2.0); // Kept: no decimals in the slip field
+    ASSERT_EQ(features[0].vertices.size(), 6u);
+    for (int k = 0; k < 5; ++k)
+        EXPECT_EQ(features[0].vertices[k], std::make_pair(kXs[k], kYs[k])) << k;
+    EXPECT_EQ(features[0].vertices[5], features[0].vertices[0]);
+}
+
+TEST(Shapefile, ReplacesWhatIsAtThePath) {
+    TempDir dir;
+    const std::string path = dir.Write("Station_3100.shp", "not a shapefile");
+    for (const char* name : {"a", "b"}) {
+        Shapefile shp;
+        ASSERT_TRUE(shp.create(path, Shapefile::POINT, 3100));
+        ASSERT_TRUE(shp.writePoint(name, Point{1, 2}));
+    }
+    const auto features = FeaturesOf(path);
+    ASSERT_EQ(features.size(), 1u);
+    EXPECT_EQ(features[0].name, "b");
+}
+
+TEST(Shapefile, Refusals) {
+    TempDir dir;
+    const std::string d = dir.path().string();
+    const std::string file = dir.Write("plain", "x");
+    fs::create_directory(dir.path() / "taken.shp");
+    Shapefile shp;
+    auto point = [&] { return shp.writePoint("p", Point{}); };
+    auto polygon = [&] { return shp.writePolygon("q", "Slip", 1.0, kXs, kYs); };
+    auto create = [&](std::string path, Shapefile::ShapeType type, unsigned epsg) {
+        return [&shp, path, type, epsg] { return shp.create(path, type, epsg); };
+    };
+    const char* kNoPoint = "Error : Shapefile::writePoint() -> Layer null or Type not POINT\n";
+    const char* kNoPolygon =
+        "Error : Shapefile::writePolygon() -> Layer null or Type not POLYGON\n";
+    const char* kNoLayer = "Error : Shapefile::create() -> OGRDataSource::CreateLayer()\n";
+    const std::pair<std::function<bool()>, std::string> steps[] = {
+        {point, kNoPoint},
+        {polygon, kNoPolygon},
+        {create(d + "/x.shp", Shapefile::POINT, 999999),
+         "Error : Shapefile::create() -> OGRSpatialReference::importFromEPSG()\n"},
+        {point, kNoPoint}, // the failed create left it closed
+        {create(file + "/x.shp", Shapefile::POINT, 3100), kNoLayer},
+        {create(d + "/missing/x.shp", Shapefile::POINT, 3100), kNoLayer},
+        // A directory would take the layer inside it under another name.
+        {create(d + "/taken.shp", Shapefile::POINT, 3100),
+         "Error : Shapefile::create() -> OGRSFDriver::CreateDataSource()\n"},
+        {create(d + "/poly.shp", Shapefile::POLYGON, 3100), ""},
+        {point, kNoPoint},
+        {create(d + "/point.shp", Shapefile::POINT, 3100), ""},
+        {polygon, kNoPolygon},
+    };
+    for (size_t k = 0; k < std::size(steps); ++k) {
+        const Said said = CaptureSaid(steps[k].first);
+        EXPECT_EQ(said.result, steps[k].second.empty()) << k;
+        EXPECT_EQ(said.out, steps[k].second) << k;
+        EXPECT_EQ(said.err, "") << k;
+    }
+    shp.close();
+    for (const char* left : {"x.shp", "x.dbf", "x.shx", "x.prj", "taken.shp/Layer.shp"})
+        EXPECT_FALSE(fs::exists(dir.path() / left)) << left;
+}
+
+} // namespace
