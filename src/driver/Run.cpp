@@ -2,8 +2,22 @@
 
 #include "driver/MakeDir.hpp"
 #include "project/QuorXmlParameter.hpp"
+#include "inputs/ConstLineParam.hpp"
+#include "inputs/DynamicParam.hpp"
+#include "inputs/Fault.hpp"
+#include "inputs/Station.hpp"
+#include "project/Console.hpp"
+#include "region/Region.hpp"
 
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cmath>
 #include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 const std::string program = "Seaforge";
 const std::string version = "1.1.938";
@@ -34,6 +48,233 @@ void usage(std::FILE* stream) {
 
 void PrintUsage() { usage(stdout); }
 
+namespace {
+
+using RegionMap = std::map<int, Region>;
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// One map per grid kind, indexed by RType - 1, all holding the same region numbers.
+struct RegionMaps {
+    std::array<RegionMap, 9> byKind;
+    RegionMap& operator[](RType kind) { return byKind[static_cast<size_t>(kind) - 1]; }
+};
+
+// The nine grids of one region while it is prepared.
+struct RegionGrids {
+    Region& T; // topography
+    Region& R; // roughness coefficient
+    Region& C; // construction-line data
+    Region& M; // wave-breaker map
+    Region& H; // wave-breaker height
+    Region& L; // land map
+    Region& V; // vertical deformation
+    Region& Z; // horizontal deformation
+    Region& I; // initial wave height
+};
+
+// Gives `grid` the points of the region's topography before it is filled.
+void SizeLike(Region& grid, const Region& topography) {
+    grid.Set2dStruct(topography.nx, topography.ny, topography.org_x, topography.org_y);
+}
+
+// The topography of the base region `baseRegionNo`. A number that names no region gets
+// an empty grid, which no nested region fits in, rather than a new entry in the map.
+const Region& BaseTopography(const RegionMap& topographies, int baseRegionNo) {
+    static const Region kNoRegion;
+    const auto base = topographies.find(baseRegionNo);
+    return base != topographies.end() ? base->second : kNoRegion;
+}
+
+// TideWaterLevel as the land map works with it: truncated towards zero, held within int.
+int TideLevel(double tideWaterLevel) {
+    if (std::isnan(tideWaterLevel))
+        return 0;
+    return static_cast<int>(std::clamp(std::trunc(tideWaterLevel), double{INT_MIN}, double{INT_MAX}));
+}
+
+// A failed construction-line step names itself and the region's spacing before its code.
+[[noreturn]] void FailConstructionLines(const char* step, const Region& topography) {
+    std::fprintf(stderr, "%s%g\n", step, topography.gridSize);
+    throw 23;
+}
+
+// Everything the regions share while they are prepared one after another.
+struct RegionInputs {
+    const QuorXmlParameter& project;
+    const RegionMap& topographies;
+    const DynamicParam& dynamic;
+    const ConstLineParam& constLine;
+    std::size_t stageCount;
+    int deformationEpsg;
+};
+
+void PrepareRegion(const RegionInputs& in, RegionGrids g) {
+    const QuorXmlParameter& project = in.project;
+    const std::string& destDir = project.DestDir;
+
+    // Whether a grid comes from a file is decided before reading: the text reader
+    // sets noFileName again on its own.
+    const bool topographyFromFile = !g.T.noFileName;
+    if (!g.T.ReadFile())
+        throw 3;
+    if (g.T.baseRegionNo > 0) {
+        const Region& b = BaseTopography(in.topographies, g.T.baseRegionNo);
+        if (!g.T.CheckComprisable(b.epsg, b.org_x, b.org_y, b.gridSize, b.nx, b.ny))
+            throw 11;
+    }
+    if (!topographyFromFile && !g.T.WriteBIN(destDir))
+        throw 3;
+
+    if (!g.R.noFileName) {
+        if (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R))
+            throw 14;
+    } else {
+        SizeLike(g.R, g.T);
+        g.R.Make2dStruct();
+        // Kept: a roughness .bin that cannot be written reports as a topography failure.
+        if (!g.R.WriteBIN(destDir))
+            throw 3;
+    }
+
+    if (!g.C.noFileName) {
+        if (!g.C.ReadFile())
+            FailConstructionLines("Read", g.T);
+        if (!isSameRegion(&g.T, &g.C))
+            FailConstructionLines("Same", g.T);
+        SizeLike(g.M, g.T);
+        g.M.Make2dStructInt2();
+        SizeLike(g.H, g.T);
+        g.H.Make2dStruct2();
+        if (!in.constLine.MakeWBMap(g.T.nx, g.T.ny, g.C.pairIntGrid, g.M.pairIntGrid))
+            FailConstructionLines("Make", g.T);
+        if (!in.constLine.SinkWB(g.T.nx, g.T.ny, project.TideWaterLevel, g.C.pairGrid,
+                                 g.C.pairIntGrid, g.T.grid, g.H.pairGrid))
+            FailConstructionLines("Sink", g.T);
+        if (!g.M.WriteBIN(destDir) || !g.H.WriteBIN(destDir))
+            throw 15;
+    } else {
+        SizeLike(g.C, g.T);
+        g.C.Make2dStructInt2();
+        SizeLike(g.M, g.T);
+        g.M.Make2dStructInt2();
+    }
+
+    const int tide = TideLevel(project.TideWaterLevel);
+    if (!g.L.noFileName) {
+        if (!g.L.CheckFileNameTide(tide) || !g.L.ReadFile() || !isSameRegion(&g.T, &g.L))
+            throw 21;
+    } else {
+        SizeLike(g.L, g.T);
+        g.L.Make2dStruct();
+        // The land map works on its own copies of both structure maps.
+        if (!g.L.MakeLandMap(g.T.grid, g.C.pairIntGrid, g.M.pairIntGrid, tide))
+            throw 15;
+        if (!g.L.WriteBIN(destDir))
+            throw 15;
+    }
+
+    if (project.Faults.empty()) {
+        if (!g.I.noFileName) {
+            if (!g.I.ReadFile() || !isSameRegion(&g.T, &g.I))
+                throw 13;
+        } else {
+            SizeLike(g.I, g.T);
+            g.I.Make2dStruct();
+        }
+    } else {
+        for (Region* series : {&g.V, &g.Z, &g.I})
+            series->dynamicSeries.resize(in.stageCount);
+    }
+
+    // Kept: the initial wave height and the vertical deformation get the stage lists;
+    // codes 15 as for the other written grids.
+    if (!g.I.SetDynamic(destDir, in.dynamic, in.deformationEpsg))
+        throw 15;
+    if (!g.V.SetDynamic(destDir, in.dynamic, in.deformationEpsg))
+        throw 15;
+
+    // Only the topography is needed by the stages after the regions.
+    for (Region* done : {&g.R, &g.C, &g.M, &g.H, &g.L, &g.V, &g.Z, &g.I})
+        done->FreeVecMem();
+}
+
+// Every region's time step, built from the innermost (highest-numbered) region outwards,
+// then each region's step ratio from its parent, then the report.
+void CalcTimeSteps(const QuorXmlParameter& project, RegionMap& topographies) {
+    if (topographies.empty())
+        return;
+    auto region = topographies.rbegin();
+    // A limit of 0 keeps the innermost region at exactly TimeIncrement.
+    if (!region->second.CalcDT(project.TimeIncrement, 0.0))
+        throw 10;
+    int previousEpsg = region->second.epsg;
+    double previousDt = region->second.dt;
+    for (++region; region != topographies.rend(); ++region) {
+        // A change of coordinate system between neighbours forbids the factor 3.
+        const double limit =
+            region->second.epsg == previousEpsg ? project.TimeNestingCFLLimit : 0.0;
+        if (!region->second.CalcDT(previousDt, limit))
+            throw 10;
+        previousEpsg = region->second.epsg;
+        previousDt = region->second.dt;
+    }
+    for (auto r = topographies.rbegin(); r != topographies.rend(); ++r) {
+        Region& nested = r->second;
+        if (nested.baseRegionNo == 0)
+            nested.SetStepRatio(1);
+        else
+            nested.SetStepRatio(BaseTopography(topographies, nested.baseRegionNo).timeRatio);
+    }
+    for (const auto& [regionNo, r] : topographies) {
+        std::printf("\n>>>>>>>>>>>>>>>>>>>>>>> Calc Time Step Ratio:%s\n", r.regionName.c_str());
+        std::printf("    min. DX : %7.2f [m]\n", static_cast<double>(r.dxMeter));
+        std::printf("         DT : %7.2f [sec]\n", r.dt);
+        std::printf(" CFL number : %7.2f\n", r.cfl);
+        std::printf("<<<<<<<<<<<<<<<<<<<<<<< Completed.\n");
+    }
+}
+
+// Opens a configuration file of the working directory, named after the project.
+FilePtr OpenConfigFile(const char* prefix, const std::string& projectName) {
+    const std::string name = std::string(prefix) + projectName + ".txt";
+    FilePtr file(std::fopen(name.c_str(), "w"));
+    if (!file)
+        throw 6;
+    return file;
+}
+
+// Closes a configuration file; data that never reached the disk is a failed write.
+void CloseConfigFile(FilePtr file) {
+    if (std::ferror(file.get()) != 0 || std::fclose(file.release()) != 0)
+        throw 6;
+}
+
+void WriteConfigFiles(const QuorXmlParameter& project, RegionMaps& maps) {
+    std::printf("\n>>>>>>>>>>>>>>>>>> IWH Calculate Config TEXT File Output:\n");
+    FilePtr iwhConf = OpenConfigFile("IWHConf_", project.ProjectName);
+    project.writeIWHConf(iwhConf.get());
+    for (const auto& [regionNo, topography] : maps[TPG_R])
+        topography.WriteIWHConf(iwhConf.get());
+    CloseConfigFile(std::move(iwhConf));
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+
+    std::printf("\n>>>>>>>>>>>>>>>>>> QUOR Calculate Parameter TEXT File Output:\n");
+    FilePtr calcParam = OpenConfigFile("CalcParameter_", project.ProjectName);
+    project.writeCalParam(calcParam.get());
+    for (const auto& [regionNo, topography] : maps[TPG_R]) {
+        for (RType kind : {TPG_R, VRT_R, IWH_R, LSM_R, RCF_R, WBM_R, WBH_R})
+            maps[kind].at(regionNo).WriteCalParam(calcParam.get());
+    }
+    CloseConfigFile(std::move(calcParam));
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+}
+
+} // namespace
+
 void RunProject(const char* xmlFileName) {
     std::printf("\n>>>>>>>>>>>>>>>>>> XML Input:\n");
     QuorXmlParameter project(xmlFileName);
@@ -44,10 +285,78 @@ void RunProject(const char* xmlFileName) {
     std::printf("<<<<<<<<<<<<<<<<<< Completed.(XML Input)\n");
 
     // DestDir already carries the ProjectName prefix (see the reader).
-    if (!MakeDir(project.DestDir.c_str()))
+    const std::string& destDir = project.DestDir;
+    if (!MakeDir(destDir.c_str()))
         throw 1;
     if (!MakeDir((project.ProjectName + "/OUTPUT").c_str()))
         throw 1;
+
+    RegionMaps maps;
+    for (const auto& [regionNo, record] : project.Regions) {
+        for (int kind = TPG_R; kind <= IWH_R; ++kind)
+            maps[static_cast<RType>(kind)].emplace(regionNo,
+                                                   Region(static_cast<RType>(kind), record));
+    }
+
+    // Kept: lists sharing an EPSG code write the same shapefile name, the last one winning.
+    std::vector<Station> stations(project.StationPos.begin(), project.StationPos.end());
+    for (Station& list : stations) {
+        if (!list.ReadFile())
+            throw 7;
+        if (!list.MakeShapefile(StringPrintf("%s/Station_%04d.shp", destDir.c_str(), list.epsg)))
+            throw 7;
+    }
+    std::vector<Station> extracts(project.ExtractPoints.begin(), project.ExtractPoints.end());
+    for (Station& list : extracts) {
+        if (!list.ReadFile())
+            throw 17;
+        if (!list.MakeShapefile(
+                StringPrintf("%s/ExtractPoint_%04d.shp", destDir.c_str(), list.epsg)))
+            throw 17;
+    }
+
+    std::vector<Fault> faults(project.Faults.begin(), project.Faults.end());
+    double maxEndTime = 0.0;
+    for (Fault& fault : faults) {
+        if (!fault.ReadFile())
+            throw 2;
+        maxEndTime = std::max(maxEndTime, fault.endTime);
+        // Kept: every fault's shapefile is written again after each fault is read.
+        for (std::size_t j = 0; j < faults.size(); ++j) {
+            if (!faults[j].MakeShapefile(StringPrintf("%s/FaultModel%03d.shp", destDir.c_str(),
+                                                      static_cast<int>(j + 1))))
+                throw 5;
+        }
+    }
+
+    DynamicParam dynamic(project.Dynamic);
+    if (!(dynamic.hasFile ? dynamic.ReadFile(maxEndTime) : dynamic.SetZero()))
+        throw 18;
+
+    ConstLineParam constLine(project.ConstLine);
+    if (!constLine.noFile && !constLine.ReadFile())
+        throw 19;
+
+    // Deformation stages belong to the first fault's system; without any fault the
+    // project's datum stands in.
+    const RegionInputs inputs{project, maps[TPG_R], dynamic, constLine, dynamic.params.size(),
+                              faults.empty() ? project.Datum : faults.front().epsg};
+    for (auto& [regionNo, topography] : maps[TPG_R]) {
+        PrepareRegion(inputs, RegionGrids{topography, maps[RCF_R].at(regionNo),
+                                          maps[CLD_R].at(regionNo), maps[WBM_R].at(regionNo),
+                                          maps[WBH_R].at(regionNo), maps[LSM_R].at(regionNo),
+                                          maps[VRT_R].at(regionNo), maps[HRZ_R].at(regionNo),
+                                          maps[IWH_R].at(regionNo)});
+    }
+
+    CalcTimeSteps(project, maps[TPG_R]);
+
+    WriteConfigFiles(project, maps);
+
+    for (auto& [regionNo, topography] : maps[TPG_R])
+        topography.FreeVecMem();
+    for (Fault& fault : faults)
+        fault.FreeVecMem();
 
     std::printf("\nSuccessful Completion. ( Seaforge Done. )\n");
 }

@@ -3,6 +3,7 @@
 #include "project/XmlRecords.hpp"
 #include "region/Grid2d.hpp"
 #include "region/InstantVal2d.hpp"
+#include "region/PointType.hpp"
 #include "region/PosIJ.hpp"
 
 #include <cstdint>
@@ -125,6 +126,33 @@ class Region {
     // blanked. False after the "Writing BIN File" error block when the index cannot be
     // written.
     [[nodiscard]] bool SetDynamic(std::string dir, DynamicParam param, int deformationEpsg);
+
+    // RegionFitPoint.cpp
+    // Appends (i, j, name) to stationPoints (STATION_POINT) or extractPoints
+    // (EXTRACT_POINT) when the point (x, y), in the units of epsg, lies in cell (i, j):
+    // within half a gridSize of grid point (i, j) along x and along y, bounds included, a
+    // point on the border of two cells going to the lower index. A point outside, or of
+    // another type, is left out; nothing checks for duplicates. Always true.
+    bool FitPointToRegion(double x, double y, std::string name, PointType pointType);
+    // Write "<dir>/Dump1d_R<regionNo as %03d>.txt" from stationPoints, and
+    // "<dir>/CoastExtractPoint_<regionName>.txt" from extractPoints: one line
+    // "<i + 1>, <j + 1>, <name>" per point (1-based, as the calculator counts), an empty
+    // file when there are none. Print the path on standard output and store it in
+    // staFileName or extFileName, even on failure. False after the "Write Station File" or
+    // "Write Coast Extract File" error block when the file cannot be created or written.
+    [[nodiscard]] bool WriteStaFile(std::string dir);
+    [[nodiscard]] bool WriteExtFile(std::string dir);
+
+    // RegionWriteGeoTIFF.cpp
+    // Draws this grid as "<dir>/<first three of typeTag><component>_<regionName>.tiff"
+    // with the colour table file `colorTableFile`, north-up in the system epsg, each grid
+    // point the centre of its cell. Drawn: grid for TPG_R, RCF_R and LSM_R; the sum of the
+    // deformation stages for VRT_R, HRZ_R and IWH_R; for WBH_R the first value of each
+    // pair when `component` is "N", the second for "E", else zeros. Other kinds have
+    // nothing to draw and fail. Prints nothing on success; false after the writer's
+    // "Error : GeoTiff::..." line and the "Write GeoTIFF" error block.
+    [[nodiscard]] bool WriteGeoTIFF(const std::string& dir, const std::string& colorTableFile,
+                                    const std::string& component);
 
     RType type;
     std::string typeTag; // "TPG-R" ...; its first three characters name output files
