@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 const std::string program = "Seaforge";
@@ -128,6 +129,10 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     }
     if (!topographyFromFile && !g.T.WriteBIN(destDir))
         throw 3;
+    const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
+    if (!pictures.TopographyColorTable.empty() &&
+        !g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, ""))
+        throw 8;
 
     if (!g.R.noFileName) {
         if (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R))
@@ -139,6 +144,12 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         if (!g.R.WriteBIN(destDir))
             throw 3;
     }
+    if (!pictures.RoughnessColorTable.empty() &&
+        !g.R.WriteGeoTIFF(destDir, pictures.RoughnessColorTable, ""))
+        throw 8;
+
+    // Wave breakers, the land map and the wave height are drawn with one table.
+    const std::string& waveTable = pictures.WaveHeightColorTable;
 
     if (!g.C.noFileName) {
         if (!g.C.ReadFile())
@@ -156,6 +167,9 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
             FailConstructionLines("Sink", g.T);
         if (!g.M.WriteBIN(destDir) || !g.H.WriteBIN(destDir))
             throw 15;
+        if (!waveTable.empty() && (!g.H.WriteGeoTIFF(destDir, waveTable, "N") ||
+                                   !g.H.WriteGeoTIFF(destDir, waveTable, "E")))
+            throw 8;
     } else {
         SizeLike(g.C, g.T);
         g.C.Make2dStructInt2();
@@ -176,6 +190,8 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         if (!g.L.WriteBIN(destDir))
             throw 15;
     }
+    if (!waveTable.empty() && !g.L.WriteGeoTIFF(destDir, waveTable, ""))
+        throw 8;
 
     if (project.Faults.empty()) {
         if (!g.I.noFileName) {
@@ -186,16 +202,24 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
             g.I.Make2dStruct();
         }
     } else {
-        for (Region* series : {&g.V, &g.Z, &g.I})
+        // The series grids take the region's geometry too, so that their pictures are
+        // drawn on the region's points rather than refused as empty.
+        for (Region* series : {&g.V, &g.Z, &g.I}) {
+            SizeLike(*series, g.T);
             series->dynamicSeries.resize(in.stageCount);
+        }
     }
 
     // Kept: the initial wave height and the vertical deformation get the stage lists;
     // codes 15 as for the other written grids.
     if (!g.I.SetDynamic(destDir, in.dynamic, in.deformationEpsg))
         throw 15;
+    if (!g.I.noFileName && !waveTable.empty() && !g.I.WriteGeoTIFF(destDir, waveTable, ""))
+        throw 8;
     if (!g.V.SetDynamic(destDir, in.dynamic, in.deformationEpsg))
         throw 15;
+    if (!g.V.noFileName && !waveTable.empty() && !g.V.WriteGeoTIFF(destDir, waveTable, ""))
+        throw 8;
 
     // Only the topography is needed by the stages after the regions.
     for (Region* done : {&g.R, &g.C, &g.M, &g.H, &g.L, &g.V, &g.Z, &g.I})
@@ -236,6 +260,86 @@ void CalcTimeSteps(const QuorXmlParameter& project, RegionMap& topographies) {
         std::printf(" CFL number : %7.2f\n", r.cfl);
         std::printf("<<<<<<<<<<<<<<<<<<<<<<< Completed.\n");
     }
+}
+
+// Places every station on the regions of its list's system and writes one station file
+// per region, or, for monolithic output, the best-point file naming each station's
+// innermost region.
+void WriteStations(const QuorXmlParameter& project, RegionMap& topographies,
+                   std::vector<Station>& stations) {
+    std::printf("\n>>>>>>>>>>>>>>>>>> Station Output:\n");
+    for (auto& [regionNo, region] : topographies) {
+        for (const Station& list : stations) {
+            if (list.epsg != region.epsg)
+                continue;
+            for (const PosXY& point : list.points)
+                region.FitPointToRegion(point.x, point.y, point.name, STATION_POINT);
+        }
+    }
+    const std::string& destDir = project.DestDir;
+    if (project.OutputSetting.Monolithic == 0) {
+        for (auto& [regionNo, region] : topographies) {
+            if (!region.WriteStaFile(destDir))
+                throw 12;
+        }
+    } else {
+        // The best-point file is appended to by every list, so a new run starts it afresh.
+        const std::string bestPath = destDir + "/Dump1d_BEST.txt";
+        if (std::FILE* old = std::fopen(bestPath.c_str(), "r")) {
+            std::fclose(old);
+            std::remove(bestPath.c_str());
+        }
+        // Per region, the first station fitted under each name: a station takes the cell
+        // of the highest-numbered region of its system that holds its name.
+        std::map<int, std::unordered_map<std::string, const PosIJ*>> fittedByName;
+        for (const auto& [regionNo, region] : topographies) {
+            auto& byName = fittedByName[regionNo];
+            for (const PosIJ& fitted : region.stationPoints)
+                byName.emplace(fitted.name, &fitted);
+        }
+        for (Station& list : stations) {
+            for (PosXY& point : list.points) {
+                for (const auto& [regionNo, region] : topographies) {
+                    if (region.epsg != list.epsg || region.regionNo <= point.bestRegionNo)
+                        continue;
+                    const auto& byName = fittedByName[regionNo];
+                    const auto fitted = byName.find(point.name);
+                    if (fitted == byName.end())
+                        continue;
+                    point.bestRegionNo = region.regionNo;
+                    point.bestI = fitted->second->i;
+                    point.bestJ = fitted->second->j;
+                }
+            }
+            if (!list.WriteBestPoint(bestPath))
+                throw 12;
+        }
+    }
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
+}
+
+// Places every coastal point in the highest-numbered region of its list's system and
+// writes each region's coastal point file.
+void WriteCoastalPoints(const QuorXmlParameter& project, RegionMap& topographies,
+                        const std::vector<Station>& extracts) {
+    std::printf("\n>>>>>>>>>>>> Coast Extract Output:\n");
+    for (const Station& list : extracts) {
+        for (const PosXY& point : list.points) {
+            for (auto region = topographies.rbegin(); region != topographies.rend(); ++region) {
+                if (region->second.epsg != list.epsg)
+                    continue;
+                // Kept: fitting answers true even for a point outside the region, so the
+                // point goes to the highest-numbered region of its system or nowhere.
+                if (region->second.FitPointToRegion(point.x, point.y, point.name, EXTRACT_POINT))
+                    break;
+            }
+        }
+    }
+    for (auto& [regionNo, region] : topographies) {
+        if (!region.WriteExtFile(project.DestDir))
+            throw 12;
+    }
+    std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
 }
 
 // Opens a configuration file of the working directory, named after the project.
@@ -350,6 +454,9 @@ void RunProject(const char* xmlFileName) {
     }
 
     CalcTimeSteps(project, maps[TPG_R]);
+
+    WriteStations(project, maps[TPG_R], stations);
+    WriteCoastalPoints(project, maps[TPG_R], extracts);
 
     WriteConfigFiles(project, maps);
 

@@ -104,15 +104,13 @@ bool Region::WriteExtFile(std::string dir) {
     std::printf("%s\n", extFileName.c_str());
     if (const int cause = WritePointFile(extFileName, extractPoints); cause != 0) {
         if (cause == 1)
-            PrintErrorBlock(
-                {"ERROR:REGION OBJECT METHOD",
-                 "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
-                 "  ERROR-DETAIL:Can not open file."});
+            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                             "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
+                             "  ERROR-DETAIL:Can not open file."});
         else
-            PrintErrorBlock(
-                {"ERROR:REGION OBJECT METHOD",
-                 "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
-                 "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                             "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
+                             "  ERROR-DETAIL:Particular attention should be given to \" \"."});
         return false;
     }
     return true;

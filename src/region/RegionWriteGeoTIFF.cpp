@@ -41,7 +41,9 @@ std::optional<Picture> PictureOf(const Region& r, const std::string& component) 
     case LSM_R:
         // Drawn in the grid's own shape: a freed grid has its columns but no rows, and
         // the writer refuses it as it refuses any empty picture.
-        return Picture{CountOf(r.grid.Columns()), CountOf(r.grid.Rows()), {},
+        return Picture{CountOf(r.grid.Columns()),
+                       CountOf(r.grid.Rows()),
+                       {},
                        std::span<const double>(r.grid.Data(), r.grid.ValueCount())};
     case VRT_R:
     case HRZ_R:
@@ -50,9 +52,8 @@ std::optional<Picture> PictureOf(const Region& r, const std::string& component) 
         // its first `count` values, and never more than its buffer.
         Picture p = Zeros(r.nx, r.ny);
         for (const InstantVal2d& stage : r.dynamicSeries) {
-            const std::size_t held =
-                std::min({static_cast<std::size_t>(std::max(stage.count, 0)),
-                          stage.values.size(), p.composed.size()});
+            const std::size_t held = std::min({static_cast<std::size_t>(std::max(stage.count, 0)),
+                                               stage.values.size(), p.composed.size()});
             for (std::size_t k = 0; k < held; ++k)
                 p.composed[k] += static_cast<double>(stage.values[k]);
         }
