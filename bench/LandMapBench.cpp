@@ -12,6 +12,7 @@
 // Prints the best of --repeat runs (default 3) of each, the cells per class, the peak
 // memory above the inputs, and which goals are met.
 
+#include "BenchSupport.hpp"
 #include "region/Region.hpp"
 
 #include <algorithm>
@@ -26,6 +27,11 @@
 #include <string>
 
 namespace {
+
+using bench::Best;
+using bench::PeakBytes;
+using bench::Seconds;
+using bench::Silence;
 
 constexpr int kTide = 120; // centimetres
 
@@ -151,37 +157,6 @@ Topography Bay(int n) {
         if (i % static_cast<int>(200 * s + 1) > 20 * s)
             Block(t.mapA, i, static_cast<int>(0.3 * n), 0, 7);
     return t;
-}
-
-double Seconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-long long StatusBytes(const char* key) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const std::size_t keyLength = std::strlen(key);
-    while (std::getline(status, line))
-        if (line.compare(0, keyLength, key) == 0)
-            return std::atoll(line.c_str() + keyLength) * 1024;
-    return -1;
-}
-
-// Peak resident memory above the starting level while `work` runs; -1 where the kernel's
-// high-water mark cannot be reset.
-long long PeakBytes(const std::function<void()>& work) {
-    {
-        std::ofstream clear("/proc/self/clear_refs");
-        clear << "5";
-        if (!clear)
-            return -1;
-    }
-    const long long before = StatusBytes("VmRSS:");
-    work();
-    const long long peak = StatusBytes("VmHWM:");
-    return before < 0 || peak < 0 ? -1 : peak - before;
 }
 
 struct Result {

@@ -13,6 +13,7 @@
 
 #include "projection/MapProjection.hpp"
 #include "region/NestingSearch.hpp"
+#include "BenchSupport.hpp"
 #include "region/Region.hpp"
 
 #include <fcntl.h>
@@ -31,6 +32,11 @@
 
 namespace {
 
+using bench::Best;
+using bench::PeakBytes;
+using bench::Seconds;
+using bench::Silence;
+
 constexpr int kBaseEpsg = 4612;
 constexpr int kPlaneEpsg = 2451;
 constexpr double kBaseLon = 138.0;
@@ -39,76 +45,6 @@ constexpr double kBaseStep = 0.001; // degrees
 constexpr double kCellSize = 30.0;  // metres
 constexpr int kCellsX = 300;
 constexpr int kCellsY = 200;
-
-double Seconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// The shortest of `repeat` runs of `work`; `before` runs untimed ahead of each.
-double Best(
-    int repeat, const std::function<void()>& work, const std::function<void()>& before = [] {}) {
-    double best = 1e300;
-    for (int r = 0; r < repeat; ++r) {
-        before();
-        best = std::min(best, Seconds(work));
-    }
-    return best;
-}
-
-long long StatusBytes(const char* key) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const std::size_t keyLength = std::strlen(key);
-    while (std::getline(status, line))
-        if (line.compare(0, keyLength, key) == 0)
-            return std::atoll(line.c_str() + keyLength) * 1024;
-    return -1;
-}
-
-// Peak resident memory above the starting level while `work` runs, or -1.
-long long PeakBytes(const std::function<void()>& work) {
-    {
-        std::ofstream clear("/proc/self/clear_refs");
-        clear << "5";
-        if (!clear)
-            return -1;
-    }
-    const long long before = StatusBytes("VmRSS:");
-    work();
-    const long long peak = StatusBytes("VmHWM:");
-    return before < 0 || peak < 0 ? -1 : peak - before;
-}
-
-// Standard output and error go to /dev/null while this lives.
-class Silence {
-  public:
-    Silence() {
-        std::fflush(stdout);
-        std::fflush(stderr);
-        savedOut_ = dup(1);
-        savedErr_ = dup(2);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        dup2(null, 2);
-        close(null);
-    }
-    ~Silence() {
-        std::fflush(stdout);
-        std::fflush(stderr);
-        dup2(savedOut_, 1);
-        dup2(savedErr_, 2);
-        close(savedOut_);
-        close(savedErr_);
-    }
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-
-  private:
-    int savedOut_;
-    int savedErr_;
-};
 
 struct PlaneXY {
     double x = 0.0;

@@ -10,6 +10,8 @@
 // prints the peak memory of each call and which goals are met. Every timing is the best
 // of --repeat runs (default 3). The grid's console summaries go to /dev/null meanwhile.
 
+#include "BenchSupport.hpp"
+#include "project/FilePtr.hpp"
 #include "region/Region.hpp"
 
 #include <fcntl.h>
@@ -32,82 +34,17 @@
 
 namespace {
 
+using bench::Best;
+using bench::PeakBytes;
+using bench::Seconds;
+using bench::Silence;
+
 constexpr std::size_t kReadBufferBytes = std::size_t{1} << 20; // as the reader's own
 constexpr int kValuesPerLine = 10;
 
 // Results nobody reads, so that the baselines are not optimised away.
 volatile double gSink = 0.0;
 
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
-
-double Seconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// The shortest of `repeat` runs of `work`; `after` runs untimed after each, so that
-// freeing what a run made is not counted against it.
-double Best(
-    int repeat, const std::function<void()>& work, const std::function<void()>& after = [] {}) {
-    double best = 1e300;
-    for (int r = 0; r < repeat; ++r) {
-        best = std::min(best, Seconds(work));
-        after();
-    }
-    return best;
-}
-
-// Reads a "VmRSS:" style line of /proc/self/status, in bytes.
-long long StatusBytes(const char* key) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const std::size_t keyLength = std::strlen(key);
-    while (std::getline(status, line))
-        if (line.compare(0, keyLength, key) == 0)
-            return std::atoll(line.c_str() + keyLength) * 1024;
-    return -1;
-}
-
-// Peak resident memory above the starting level while `work` runs. Resets the kernel's
-// high-water mark first; answers -1 where that is not allowed.
-long long PeakBytes(const std::function<void()>& work) {
-    {
-        std::ofstream clear("/proc/self/clear_refs");
-        clear << "5";
-        if (!clear)
-            return -1;
-    }
-    const long long before = StatusBytes("VmRSS:");
-    work();
-    const long long peak = StatusBytes("VmHWM:");
-    return before < 0 || peak < 0 ? -1 : peak - before;
-}
-
-// Console summaries go to /dev/null while this lives.
-class Silence {
-  public:
-    Silence() {
-        std::fflush(stdout);
-        saved_ = dup(1);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
-    }
-    ~Silence() {
-        std::fflush(stdout);
-        dup2(saved_, 1);
-        close(saved_);
-    }
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-
-  private:
-    int saved_;
-};
 
 // Depth in hundredths of a metre: a shelf falling to an abyssal plain, with ridges and
 // islands so that rows differ and a few values are above sea level.

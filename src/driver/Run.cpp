@@ -1,12 +1,13 @@
 #include "driver/Run.hpp"
 
 #include "driver/MakeDir.hpp"
-#include "project/QuorXmlParameter.hpp"
 #include "inputs/ConstLineParam.hpp"
 #include "inputs/DynamicParam.hpp"
 #include "inputs/Fault.hpp"
 #include "inputs/Station.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
+#include "project/QuorXmlParameter.hpp"
 #include "region/Region.hpp"
 
 #include <algorithm>
@@ -52,11 +53,6 @@ void PrintUsage() { usage(stdout); }
 namespace {
 
 using RegionMap = std::map<int, Region>;
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // One map per grid kind, indexed by RType - 1, all holding the same region numbers.
 struct RegionMaps {

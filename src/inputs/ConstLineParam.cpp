@@ -2,16 +2,12 @@
 
 #include "inputs/LinePieceReader.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <cstdio>
 #include <memory>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 void PrintShapeError(const char* headline) {
     PrintErrorBlock(

@@ -2,17 +2,13 @@
 
 #include "inputs/LinePieceReader.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Share of a stage [start, start + rise] that falls into the step [time, time + dt].
 float StageWeight(const DYNAMIC_PARAM& stage, double time, double dt) {

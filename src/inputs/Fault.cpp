@@ -3,6 +3,7 @@
 #include "gis/Shapefile.hpp"
 #include "inputs/LinePieceReader.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 #include "projection/MapProjection.hpp"
 
 #include <cmath>
@@ -12,11 +13,6 @@
 #include <memory>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // The value the outlines have always been computed with; the full-precision pi would
 // move the corners of long segments.

@@ -3,6 +3,7 @@
 #include "gis/Shapefile.hpp"
 #include "inputs/LinePieceReader.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,11 +12,6 @@
 #include <memory>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Line ends separate fields too, so a name in the last column is clean.
 std::vector<std::string> SplitFields(LinePieceReader& reader) {

@@ -1,6 +1,7 @@
 #include "region/Region.hpp"
 
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <cstdio>
 #include <memory>
@@ -9,11 +10,6 @@
 #include <vector>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Cell k covers [lower(k), upper(k)] around grid point k, both ends included.
 double Lower(int k, double org, double spacing) { return (k - 0.5) * spacing + org; }

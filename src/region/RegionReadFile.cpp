@@ -1,6 +1,7 @@
 #include "region/Region.hpp"
 
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 #include "region/GridValues.hpp"
 #include "region/SecondCore.hpp"
 #include "region/TextGridReader.hpp"
@@ -20,11 +21,6 @@
 static_assert(std::endian::native == std::endian::little);
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Local causes of a failed read; each picks its detail lines in ReadFile.
 constexpr int kCannotOpen = 1;

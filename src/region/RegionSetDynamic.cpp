@@ -2,6 +2,7 @@
 
 #include "inputs/DynamicParam.hpp"
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <cmath>
 #include <cstdio>
@@ -10,11 +11,6 @@
 #include <vector>
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Whole seconds of a stage's valid time, truncated toward zero as the stage file names
 // have always shown them; times beyond the int range are held at its ends.

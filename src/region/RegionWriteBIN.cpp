@@ -1,6 +1,7 @@
 #include "region/Region.hpp"
 
 #include "project/Console.hpp"
+#include "project/FilePtr.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -13,11 +14,6 @@ static_assert(std::endian::native == std::endian::little);
 static_assert(sizeof(float) == 4 && sizeof(double) == 8);
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 // Collects fixed-width values and hands them to the stream in large blocks, so a grid of
 // millions of cells costs a few hundred writes and no copy of the grid.

@@ -1,0 +1,85 @@
+#pragma once
+
+// Timing, memory and console helpers shared by the benchmark programs.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+
+namespace bench {
+
+inline double Seconds(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The shortest of `repeat` runs of `work`; `after` runs untimed after each, so that
+// freeing what a run made is not counted against it.
+inline double Best(
+    int repeat, const std::function<void()>& work, const std::function<void()>& after = [] {}) {
+    double best = 1e300;
+    for (int r = 0; r < repeat; ++r) {
+        best = std::min(best, Seconds(work));
+        after();
+    }
+    return best;
+}
+
+// Reads a "VmRSS:" style line of /proc/self/status, in bytes.
+inline long long StatusBytes(const char* key) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    const std::size_t keyLength = std::strlen(key);
+    while (std::getline(status, line))
+        if (line.compare(0, keyLength, key) == 0)
+            return std::atoll(line.c_str() + keyLength) * 1024;
+    return -1;
+}
+
+// Peak resident memory above the starting level while `work` runs. Resets the kernel's
+// high-water mark first; answers -1 where that is not allowed.
+inline long long PeakBytes(const std::function<void()>& work) {
+    {
+        std::ofstream clear("/proc/self/clear_refs");
+        clear << "5";
+        if (!clear)
+            return -1;
+    }
+    const long long before = StatusBytes("VmRSS:");
+    work();
+    const long long peak = StatusBytes("VmHWM:");
+    return before < 0 || peak < 0 ? -1 : peak - before;
+}
+
+// Console summaries go to /dev/null while this lives.
+class Silence {
+  public:
+    Silence() {
+        std::fflush(stdout);
+        saved_ = dup(1);
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        close(null);
+    }
+    ~Silence() {
+        std::fflush(stdout);
+        dup2(saved_, 1);
+        close(saved_);
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+  private:
+    int saved_;
+};
+
+} // namespace bench
