@@ -105,7 +105,6 @@ struct RegionInputs {
     const RegionMap& topographies;
     const DynamicParam& dynamic;
     const ConstLineParam& constLine;
-    std::size_t stageCount;
     int deformationEpsg;
 };
 
@@ -202,7 +201,7 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         // drawn on the region's points rather than refused as empty.
         for (Region* series : {&g.V, &g.Z, &g.I}) {
             SizeLike(*series, g.T);
-            series->dynamicSeries.resize(in.stageCount);
+            series->dynamicSeries.resize(in.dynamic.params.size());
         }
     }
 
@@ -439,7 +438,7 @@ void RunProject(const char* xmlFileName) {
 
     // Deformation stages belong to the first fault's system; without any fault the
     // project's datum stands in.
-    const RegionInputs inputs{project, maps[TPG_R], dynamic, constLine, dynamic.params.size(),
+    const RegionInputs inputs{project, maps[TPG_R], dynamic, constLine,
                               faults.empty() ? project.Datum : faults.front().epsg};
     for (auto& [regionNo, topography] : maps[TPG_R]) {
         PrepareRegion(inputs, RegionGrids{topography, maps[RCF_R].at(regionNo),
