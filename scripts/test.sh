@@ -18,3 +18,5 @@ run_suite "$root/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 echo "=== Sanitizer build (ASan + UBSan)"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     run_suite "$root/build-asan" -DCMAKE_BUILD_TYPE=Debug -DSEAFORGE_SANITIZE=ON -DSEAFORGE_BENCH=OFF
+echo "=== Fuzz targets (clang, libFuzzer + ASan + UBSan): seeds, then 5 s each"
+bash "$root/scripts/fuzz.sh" 5

@@ -3,10 +3,12 @@
 #include "project/Console.hpp"
 
 #include <xercesc/dom/DOM.hpp>
+#include <xercesc/parsers/DOMLSParserImpl.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/TransService.hpp>
+#include <xercesc/util/XMLDOMMsg.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
@@ -22,6 +24,12 @@ namespace {
 
 // Far more than any project file uses (normally none), far less than an expansion bomb needs.
 constexpr XMLSize_t kEntityExpansionLimit = 10000;
+// Far beyond what a project file holds (five levels, no attributes). The library's cost
+// per element grows with the depth and per attribute with the element's attribute count,
+// and reading an element's whole text recurses as deep as it nests: a file nested or
+// attributed tens of thousands of times over would take hours or overflow the stack.
+constexpr int kMaxElementDepth = 256;
+constexpr XMLSize_t kMaxAttributes = 256;
 
 struct ParserReleaser {
     void operator()(DOMLSParser* parser) const { parser->release(); }
@@ -38,6 +46,33 @@ class ParseErrorRecorder : public DOMErrorHandler {
         return false; // stop at the first error: a damaged project is not read in part
     }
     bool failed = false;
+};
+
+// The library's load-and-save parser, stopping with a parse error before it builds an
+// element that nests or carries more than the limits allow.
+class BoundedParser : public DOMLSParserImpl {
+  public:
+    void startElement(const XMLElementDecl& decl, const unsigned int urlId,
+                      const XMLCh* const prefix, const RefVectorOf<XMLAttr>& attributes,
+                      const XMLSize_t attributeCount, const bool isEmpty,
+                      const bool isRoot) override {
+        if (depth_ >= kMaxElementDepth || attributeCount > kMaxAttributes)
+            throw DOMLSException(DOMLSException::PARSE_ERR, XMLDOMMsg::LSParser_ParsingAborted,
+                                 getMemoryManager());
+        const int outside = depth_++;
+        DOMLSParserImpl::startElement(decl, urlId, prefix, attributes, attributeCount, isEmpty,
+                                      isRoot);
+        if (isEmpty)
+            depth_ = outside; // ended already, whether or not through endElement
+    }
+    void endElement(const XMLElementDecl& decl, const unsigned int urlId, const bool isRoot,
+                    const XMLCh* const prefix) override {
+        --depth_;
+        DOMLSParserImpl::endElement(decl, urlId, isRoot, prefix);
+    }
+
+  private:
+    int depth_ = 0;
 };
 
 std::string ToLocal(const XMLCh* text) {
@@ -99,10 +134,9 @@ int QuorXmlParameter::exeParse() {
     }
     bool parsed = false;
     try {
-        static const XMLCh kLs[] = {chLatin_L, chLatin_S, chNull};
-        DOMImplementation* impl = DOMImplementationRegistry::getDOMImplementation(kLs);
-        ParserPtr parser(static_cast<DOMImplementationLS*>(impl)->createLSParser(
-            DOMImplementationLS::MODE_SYNCHRONOUS, nullptr));
+        // What the "LS" implementation's createLSParser(MODE_SYNCHRONOUS, no schema type)
+        // makes, with the nesting and attribute limits added.
+        ParserPtr parser(new BoundedParser());
         ParseErrorRecorder errors;
         // A project file comes from somebody else: it must neither exhaust memory through
         // entity expansion nor pull another file's content into the run.

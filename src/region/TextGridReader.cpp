@@ -418,17 +418,21 @@ void TextGridReader::FillSpare(const char* rest, std::size_t restLength) {
 void TextGridReader::ReadLinesExactly(const char* begin, const char* end, GridValues& out) {
     const char* p = begin;
     while (p < end) {
-        const GridValues::Mark mark = out.Here();
-        const char* next = *p == '#' ? nullptr : ReadLineFast(p, out, convert_);
-        if (next != nullptr && static_cast<std::size_t>(next - p) <= kPieceChars) {
-            p = next;
-            continue;
-        }
-        // A comment, a NUL, or a line of pieces: this piece by the piece rules.
-        out.Restore(mark);
         const char* newline =
             static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
-        const std::size_t length = std::min(static_cast<std::size_t>(newline - p) + 1, kPieceChars);
+        const std::size_t lineLength = static_cast<std::size_t>(newline - p) + 1;
+        // Only a line that is one piece is tried whole: trying a line of pieces whole again
+        // from each of its pieces would take time growing with the square of its length.
+        if (*p != '#' && lineLength <= kPieceChars) {
+            const GridValues::Mark mark = out.Here();
+            if (const char* next = ReadLineFast(p, out, convert_)) {
+                p = next;
+                continue;
+            }
+            out.Restore(mark);
+        }
+        // A comment, a NUL, or a line of pieces: this piece by the piece rules.
+        const std::size_t length = std::min(lineLength, kPieceChars);
         if (*p != '#') {
             const void* nul = std::memchr(p, '\0', length);
             AddPieceValues(p, nul ? static_cast<const char*>(nul) : p + length, out);

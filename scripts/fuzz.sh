@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# Fuzzes every reader of users' files (project XML, grids, fault, deformation stage,
+# construction-line parameter, station list and colour table files) with libFuzzer under
+# AddressSanitizer and UndefinedBehaviorSanitizer. A wrong file must end in a message and
+# a false answer; a crash, a hang, undefined behaviour or runaway memory is a finding.
+#
+#   bash scripts/fuzz.sh               # 10 s per target: a quick check (scripts/test.sh: 5 s)
+#   bash scripts/fuzz.sh 600           # a longer campaign: ten minutes per target
+#   bash scripts/fuzz.sh 3600 RegionFuzz   # one target, an hour
+#
+# Needs clang and libclang-rt-14-dev (scripts/deps.sh installs them). Builds into
+# build-fuzz/, one target at a time on one core. Each target first replays its seeds in
+# fuzz/corpus/<target>/, then fuzzes for the given time. What it learns is kept in
+# build-fuzz/fuzz-work/<target>/corpus/, so a later campaign starts where this one
+# stopped; the seeds are never written. Findings land beside it as crash-*, timeout-*,
+# oom-* or leak-* files. To work on one:
+#
+#   build-fuzz/fuzz/RegionFuzz build-fuzz/fuzz-work/RegionFuzz/crash-...    # replay it
+#   build-fuzz/fuzz/RegionFuzz -minimize_crash=1 -runs=10000 <file>        # shrink it
+#
+# then fix the reader and add the case to tests/unit/hardening/. A new hand-made seed that
+# reaches a new shape of file is worth adding to fuzz/corpus/<target>/ (keep seeds small).
+# Exit status 1 when any target found something.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+seconds=${1:-10}
+shift || true
+targets=("$@")
+if ((${#targets[@]} == 0)); then
+    targets=(QuorXmlParameterFuzz RegionFuzz FaultFuzz DynamicParamFuzz ConstLineParamFuzz
+             StationFuzz GeoTiffFuzz)
+fi
+build=$root/build-fuzz
+
+CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang \
+    -DCMAKE_CXX_COMPILER=clang++ -DSEAFORGE_FUZZ=ON -DSEAFORGE_TESTS=OFF \
+    -DSEAFORGE_BENCH=OFF -DSEAFORGE_WERROR=OFF > /dev/null
+cmake --build "$build" -j 2 --target "${targets[@]}"
+
+export UBSAN_OPTIONS=print_stacktrace=1
+# -rss_limit_mb and -malloc_limit_mb turn a grid header that asks for absurd memory into
+# an oom-* finding; -timeout a file that takes more than seconds into a timeout-* one.
+limits=(-timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=512)
+failed=()
+for target in "${targets[@]}"; do
+    seeds=$root/fuzz/corpus/$target
+    work=$build/fuzz-work/$target
+    mkdir -p "$work/corpus"
+    extra=()
+    # Text grid lines are read in pieces of 8190 characters; inputs must be able to
+    # reach past one.
+    [[ $target == RegionFuzz ]] && extra=(-max_len=20000)
+    echo "=== $target: seeds, then ${seconds} s"
+    if ! (cd "$work" && "$build/fuzz/$target" "${limits[@]}" -runs=0 "$seeds" > seeds.log 2>&1 &&
+          "$build/fuzz/$target" "${limits[@]}" "${extra[@]}" -max_total_time="$seconds" \
+              -print_final_stats=1 corpus "$seeds" > fuzz.log 2>&1); then
+        failed+=("$target")
+        tail -n 60 "$work"/*.log
+        continue
+    fi
+    grep -E "^(Done|stat::number_of_executed_units|stat::peak_rss_mb)" "$work/fuzz.log" || true
+done
+
+if ((${#failed[@]})); then
+    echo "Findings in: ${failed[*]} (see build-fuzz/fuzz-work/<target>/)"
+    exit 1
+fi
+echo "No findings."
