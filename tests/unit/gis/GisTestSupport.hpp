@@ -4,6 +4,8 @@
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
 
+#include "region/RegionTestSupport.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,23 +13,7 @@
 #include <utility>
 #include <vector>
 
-// Written files are read back through GDAL, as a GIS opens them: a file GDAL cannot
-// open fails the test.
-
-struct Said {
-    bool result;
-    std::string out;
-    std::string err;
-};
-
-template <class Call> Said CaptureSaid(Call&& call) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const bool result = call();
-    std::string out = testing::internal::GetCapturedStdout();
-    return {result, out, testing::internal::GetCapturedStderr()};
-}
-
+// Written files are read back through GDAL, as a GIS opens them.
 inline GDALDatasetUniquePtr OpenDataset(const std::string& path, unsigned int kind) {
     GDALAllRegister();
     return GDALDatasetUniquePtr(GDALDataset::Open(path.c_str(), kind | GDAL_OF_READONLY));

@@ -3,11 +3,8 @@
 #include "gis/GisTestSupport.hpp"
 #include "support/TempDir.hpp"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <functional>
-#include <string>
 
 namespace {
 
@@ -17,57 +14,39 @@ namespace fs = std::filesystem;
 const double kXs[5] = {0.0, 0.0, 5.0, 10.0, 10.0};
 const double kYs[5] = {0.0, 10.0, 12.0, 10.0, 0.0};
 
-TEST(Shapefile, PolygonFieldsAndClosedRing) {
+TEST(Shapefile, PolygonFieldsAndClosedRingReadBack) {
     TempDir dir;
     const std::string path = dir.path().string() + "/FaultModel001.shp";
-    const Said said = CaptureSaid([&] {
-        Shapefile shp; // the destructor completes the files
-        return shp.create(path, Shapefile::POLYGON, 3100) &&
-               shp.writePolygon("F", "Slip", 1.75, kXs, kYs);
-    });
-    EXPECT_TRUE(said.result);
-    EXPECT_EQ(said.out + said.err, "");
+    EXPECT_EQ(Outcome([&] {
+                  Shapefile shp; // the destructor completes the files
+                  return shp.create(path, Shapefile::POLYGON, 3100) &&
+                         shp.writePolygon("F", "Slip", 1.75, kXs, kYs);
+              }),
+              "1||");
 
     GDALDatasetUniquePtr ds = OpenDataset(path, GDAL_OF_VECTOR);
     ASSERT_TRUE(ds);
     EXPECT_EQ(wkbFlatten(ds->GetLayer(0)->GetGeomType()), wkbPolygon);
     const OGRFeatureDefn* defn = ds->GetLayer(0)->GetLayerDefn();
     ASSERT_EQ(defn->GetFieldCount(), 2);
-    EXPECT_STREQ(defn->GetFieldDefn(0)->GetNameRef(), "Name");
-    EXPECT_EQ(defn->GetFieldDefn(0)->GetType(), OFTString);
-    EXPECT_EQ(defn->GetFieldDefn(0)->GetWidth(), 32);
-    EXPECT_STREQ(defn->GetFieldDefn(1)->GetNameRef(), "Slip");
-    EXPECT_EQ(defn->GetFieldDefn(1)->GetType(), OFTReal);
-    EXPECT_EQ(defn->GetFieldDefn(1)->GetWidth(), 32);
-
+    for (const auto& [k, name, type] : {std::tuple{0, "Name", OFTString}, {1, "Slip", OFTReal}}) {
+        EXPECT_STREQ(defn->GetFieldDefn(k)->GetNameRef(), name);
+        EXPECT_EQ(defn->GetFieldDefn(k)->GetType(), type);
+        EXPECT_EQ(defn->GetFieldDefn(k)->GetWidth(), 32);
+    }
     int epsg = 0;
     const auto features = FeaturesOf(path, &epsg);
     EXPECT_EQ(epsg, 3100);
     ASSERT_EQ(features.size(), 1u);
     EXPECT_EQ(features[0].slip, 2.0); // Kept: no decimals in the slip field
     ASSERT_EQ(features[0].vertices.size(), 6u);
-    for (int k = 0; k < 5; ++k)
-        EXPECT_EQ(features[0].vertices[k], std::make_pair(kXs[k], kYs[k])) << k;
-    EXPECT_EQ(features[0].vertices[5], features[0].vertices[0]);
+    for (int k = 0; k < 6; ++k)
+        EXPECT_EQ(features[0].vertices[k], std::make_pair(kXs[k % 5], kYs[k % 5])) << k;
 }
 
-TEST(Shapefile, ReplacesWhatIsAtThePath) {
+TEST(Shapefile, RefusalsInTurn) {
     TempDir dir;
-    const std::string path = dir.Write("Station_3100.shp", "not a shapefile");
-    for (const char* name : {"a", "b"}) {
-        Shapefile shp;
-        ASSERT_TRUE(shp.create(path, Shapefile::POINT, 3100));
-        ASSERT_TRUE(shp.writePoint(name, Point{1, 2}));
-    }
-    const auto features = FeaturesOf(path);
-    ASSERT_EQ(features.size(), 1u);
-    EXPECT_EQ(features[0].name, "b");
-}
-
-TEST(Shapefile, Refusals) {
-    TempDir dir;
-    const std::string d = dir.path().string();
-    const std::string file = dir.Write("plain", "x");
+    const std::string d = dir.path().string(), file = dir.Write("plain", "x");
     fs::create_directory(dir.path() / "taken.shp");
     Shapefile shp;
     auto point = [&] { return shp.writePoint("p", Point{}); };
@@ -75,10 +54,11 @@ TEST(Shapefile, Refusals) {
     auto create = [&](std::string path, Shapefile::ShapeType type, unsigned epsg) {
         return [&shp, path, type, epsg] { return shp.create(path, type, epsg); };
     };
-    const char* kNoPoint = "Error : Shapefile::writePoint() -> Layer null or Type not POINT\n";
-    const char* kNoPolygon =
+    const std::string kNoPoint =
+        "Error : Shapefile::writePoint() -> Layer null or Type not POINT\n";
+    const std::string kNoPolygon =
         "Error : Shapefile::writePolygon() -> Layer null or Type not POLYGON\n";
-    const char* kNoLayer = "Error : Shapefile::create() -> OGRDataSource::CreateLayer()\n";
+    const std::string kNoLayer = "Error : Shapefile::create() -> OGRDataSource::CreateLayer()\n";
     const std::pair<std::function<bool()>, std::string> steps[] = {
         {point, kNoPoint},
         {polygon, kNoPolygon},
@@ -95,12 +75,10 @@ TEST(Shapefile, Refusals) {
         {create(d + "/point.shp", Shapefile::POINT, 3100), ""},
         {polygon, kNoPolygon},
     };
-    for (size_t k = 0; k < std::size(steps); ++k) {
-        const Said said = CaptureSaid(steps[k].first);
-        EXPECT_EQ(said.result, steps[k].second.empty()) << k;
-        EXPECT_EQ(said.out, steps[k].second) << k;
-        EXPECT_EQ(said.err, "") << k;
-    }
+    for (size_t k = 0; k < std::size(steps); ++k)
+        EXPECT_EQ(Outcome(steps[k].first),
+                  (steps[k].second.empty() ? "1|" : "0|") + steps[k].second + "|")
+            << k;
     shp.close();
     for (const char* left : {"x.shp", "x.dbf", "x.shx", "x.prj", "taken.shp/Layer.shp"})
         EXPECT_FALSE(fs::exists(dir.path() / left)) << left;

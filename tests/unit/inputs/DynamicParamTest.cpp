@@ -3,140 +3,59 @@
 #include "region/RegionTestSupport.hpp"
 #include "support/TempDir.hpp"
 
-#include <gtest/gtest.h>
-
-#include <string>
 #include <valarray>
 #include <vector>
 
 namespace {
 
 const std::string kReadFrame = "\n>>>>>>>>>>>>> Fault Dynamic Parameter Input:\n";
+const std::string kClass = "ERROR:DYNAMICPARAM OBJECT METHOD";
+const std::string kReading = "Abnormal action at Reading File Method.";
 const std::string kCompleted = "<<<<<<<<<<<<<<<<<< Completed.\n";
-const std::string kFirstTwo = "order       :1\n valid time :0\n rise  time :30\n"
-                              "order       :2\n valid time :-5.5\n rise  time :10\n";
 
-std::string Block(const std::string& cause) {
-    return kRule + "ERROR:DYNAMICPARAM OBJECT METHOD\n" +
-           "  ERROR-DETAIL:Abnormal action at Reading File Method.\n" + cause + kRule;
-}
-const std::string kFormatBlock =
-    Block("  ERROR-DETAIL:You should check the Format of Dynamic Parameter File.\n");
-
-Printed Read(DynamicParam& p, const TempDir& dir, const std::string& text, double endTime) {
-    p = DynamicParam(XML_DYNAMIC{dir.Write("stages.txt", text)});
-    return Capture([&] { return p.ReadFile(endTime); });
+std::string Read(DynamicParam& p, const std::string& path, double endTime) {
+    p = DynamicParam(XML_DYNAMIC{path});
+    return Outcome([&] { return p.ReadFile(endTime); });
 }
 
-DYNAMIC_PARAM Stage(double validTime, double riseTime) {
-    DYNAMIC_PARAM stage;
-    stage.validTime = validTime;
-    stage.riseTime = riseTime;
-    return stage;
-}
-
-TEST(DynamicParamReadFile, StagesInUseArePrinted) {
-    const char* const stages = "# order valid rise\n"
-                               "1 0.0 30\n"
-                               "2\t-5.5\t10 extra\n"
-                               "3 10 1234567\n"
-                               "4 20 0";
+TEST(DynamicParamReadFile, StagesBeforeTheEndTimeAreInUseAndPrinted) {
     TempDir dir;
+    const std::string path = dir.Write("s.txt", "# order valid rise\n1 0.0 30\n"
+                                                "2\t-5.5\t10 extra\n3 10 1234567\n4 20 0");
+    const std::string firstTwo = "order       :1\n valid time :0\n rise  time :30\n"
+                                 "order       :2\n valid time :-5.5\n rise  time :10\n";
     DynamicParam p;
-    p.lastTime = 99.0;
-    // At an end time of 0 only stages starting at or before 0 are in use.
-    Printed printed = Read(p, dir, stages, 0.0);
-    EXPECT_EQ(printed.result, 1);
-    EXPECT_EQ(printed.out, kReadFrame + kFirstTwo + kCompleted);
-    EXPECT_EQ(printed.err, "");
-    EXPECT_TRUE(p.hasFile);
-    EXPECT_EQ(p.lastTime, 0.0);
+    // At or before 0 always in use; the end time itself is outside.
+    EXPECT_EQ(Read(p, path, 0.0), "1|" + kReadFrame + firstTwo + kCompleted + "|");
     ASSERT_EQ(p.params.size(), 4u); // stages out of use stay in the list
-    EXPECT_EQ(p.params[2].order, 3);
     EXPECT_EQ(p.params[2].riseTime, 1234567.0);
-    EXPECT_FALSE(p.params[2].inUse);
-    // The end time itself is outside.
-    printed = Read(p, dir, stages, 20.0);
-    EXPECT_EQ(printed.out, kReadFrame + kFirstTwo +
-                               "order       :3\n valid time :10\n rise  time :1.23457e+06\n" +
-                               kCompleted);
+    EXPECT_EQ(Read(p, path, 20.0),
+              "1|" + kReadFrame + firstTwo +
+                  "order       :3\n valid time :10\n rise  time :1.23457e+06\n" + kCompleted + "|");
     EXPECT_FALSE(p.params[3].inUse);
-
-    EXPECT_EQ(Read(p, dir, "# only\n#1 0 0\n", 0.0).out, kReadFrame + kCompleted);
-    EXPECT_TRUE(p.params.empty());
-}
-
-TEST(DynamicParamReadFile, Conversions) {
-    TempDir dir;
-    DynamicParam p;
-    ASSERT_EQ(Read(p, dir, "4294967297 1 2\n99999999999999999999 1 2\n-7x 1e1 .5\n", 0.0).result,
-              1);
+    // Orders keep their low 32 bits after strtol saturates.
+    Read(p, dir.Write("s.txt", "4294967297 1 2\n99999999999999999999 1 2\n-7x 1e1 .5\n"), 0.0);
     ASSERT_EQ(p.params.size(), 3u);
-    EXPECT_EQ(p.params[0].order, 1);  // low 32 bits
-    EXPECT_EQ(p.params[1].order, -1); // saturated at the long range, then cut to 32 bits
-    EXPECT_EQ(p.params[2].order, -7);
-    EXPECT_EQ(p.params[2].validTime, 10.0);
-    EXPECT_EQ(p.params[2].riseTime, 0.5);
+    EXPECT_EQ((std::vector{p.params[0].order, p.params[1].order, p.params[2].order}),
+              (std::vector{1, -1, -7}));
+    EXPECT_EQ(p.params[2].validTime + p.params[2].riseTime, 10.5);
 }
 
-TEST(DynamicParamReadFile, FormatErrorsKeepEarlierStages) {
+TEST(DynamicParamReadFile, FailuresListNothingButKeepEarlierStages) {
     TempDir dir;
     DynamicParam p;
-    const std::string first = "1 0 0";
-    const std::string texts[] = {
-        "1 0 0\n2 5\n3 0 0\n", "1 0 0\n\n3 0 0\n",
-        // The rest of a line longer than 1022 characters is a line of its own ...
-        first + std::string(1022 - first.size(), ' ') + "2 3\n",
-        // ... and, kept, a line of exactly 1022 leaves its newline as a blank line.
-        first + std::string(1022 - first.size(), ' ') + "\n2 0 0\n"};
-    for (const std::string& text : texts) {
-        const Printed printed = Read(p, dir, text, 0.0);
-        EXPECT_EQ(printed.result, 0);
-        EXPECT_EQ(printed.out, kReadFrame); // nothing listed once a line fails
-        EXPECT_EQ(printed.err, kFormatBlock);
-        ASSERT_EQ(p.params.size(), 1u);
-        EXPECT_EQ(p.params[0].order, 1);
+    for (const char* text : {"1 0 0\n2 5\n3 0 0\n", "1 0 0\n\n3 0 0\n"}) {
+        EXPECT_EQ(Read(p, dir.Write("s.txt", text), 0.0),
+                  "0|" + kReadFrame + "|" +
+                      ErrorBlock(kClass, {kReading, "You should check the Format of Dynamic "
+                                                    "Parameter File."}));
+        EXPECT_EQ(p.params.size(), 1u);
     }
-    EXPECT_EQ(Read(p, dir, first + std::string(1021 - first.size(), ' ') + "\n2 0 0\n", 0.0).result,
-              1);
-    EXPECT_EQ(p.params.size(), 2u);
-}
-
-TEST(DynamicParamReadFile, FileThatCannotBeRead) {
-    TempDir dir;
-    // Absent, or a directory, which opens but cannot be read.
-    for (const std::string& path : {dir.path().string() + "/absent.txt", dir.path().string()}) {
-        DynamicParam p(XML_DYNAMIC{path});
-        const Printed printed = Capture([&] { return p.ReadFile(0.0); });
-        EXPECT_EQ(printed.result, 0);
-        EXPECT_EQ(printed.out, kReadFrame);
-        EXPECT_EQ(
-            printed.err,
-            Block(
-                "  ERROR-DETAIL:Can not open file.\n"
-                "  ERROR-DETAIL:Particular attention should be given to \"Dynamic Parameter File\".\n"));
-    }
-}
-
-TEST(DynamicParam, SetZeroAppendsAndCopiesAreIndependent) {
-    DynamicParam p;
-    EXPECT_FALSE(p.hasFile);
-    p.params.push_back(Stage(5.0, 1.0));
-    const Printed printed = Capture([&] { return p.SetZero(); });
-    EXPECT_EQ(printed.result, 1);
-    EXPECT_EQ(printed.out, "\n>>>>>>>>>>>>> Fault Dynamic Parameter Set Zero:\n");
-    ASSERT_EQ(p.params.size(), 2u); // not cleared first
-    EXPECT_EQ(p.params[1].order, 0);
-    EXPECT_EQ(p.params[1].validTime, 0.0);
-    EXPECT_EQ(p.params[1].riseTime, 0.0);
-    EXPECT_TRUE(p.params[1].inUse);
-
-    const DynamicParam copy(p);
-    p.params[0].validTime = 9.0;
-    p.FreeVecMem();
-    EXPECT_TRUE(p.params.empty());
-    ASSERT_EQ(copy.params.size(), 2u);
-    EXPECT_EQ(copy.params[0].validTime, 5.0);
+    EXPECT_EQ(Read(p, dir.path().string() + "/absent.txt", 0.0),
+              "0|" + kReadFrame + "|" +
+                  ErrorBlock(kClass, {kReading, "Can not open file.",
+                                      "Particular attention should be given to \"Dynamic "
+                                      "Parameter File\"."}));
 }
 
 TEST(DynamicParamCalcDynamicAct, StageWeights) {
@@ -157,7 +76,7 @@ TEST(DynamicParamCalcDynamicAct, StageWeights) {
     };
     for (const Row& row : rows) {
         DynamicParam p;
-        p.params.push_back(Stage(row.start, row.rise));
+        p.params.push_back(DYNAMIC_PARAM{0, row.start, row.rise, true});
         std::valarray<float> source{2.0f, -4.0f};
         std::vector<InstantVal2d> targets(1); // sized like the source on first use
         ASSERT_TRUE(p.CalcDynamicAct(0, 0, row.time, row.dt, source, targets));
@@ -170,7 +89,7 @@ TEST(DynamicParamCalcDynamicAct, StageWeights) {
 
 TEST(DynamicParamCalcDynamicAct, AccumulatesIntoWhatTheSlicesHold) {
     DynamicParam p;
-    p.params.assign(3, Stage(0.0, 0.0));
+    p.params.assign(3, DYNAMIC_PARAM{0, 0.0, 0.0, true});
     p.lastTime = 100.0;
     std::valarray<float> source{1.0f, 2.0f, 3.0f};
     std::vector<InstantVal2d> targets(2); // the third stage has none: skipped

@@ -1,4 +1,4 @@
-#include "RegionTestSupport.hpp"
+#include "region/RegionTestSupport.hpp"
 
 #include <cmath>
 
@@ -7,7 +7,6 @@ namespace {
 // A topography of `epsg` whose deepest point is `valMin` metres below zero.
 Region Topography(int epsg, double gridSize, double valMin, int ny = 2, double orgY = 0.0) {
     XML_REGION rec;
-    rec.RegionNo = 1;
     rec.RegionName = "R1";
     rec.EPSG = epsg;
     rec.GridSize = gridSize;
@@ -19,96 +18,52 @@ Region Topography(int epsg, double gridSize, double valMin, int ny = 2, double o
     return r;
 }
 
-std::string CflBlock(const std::string& detail) {
-    return kRule + "ERROR:REGION OBJECT METHOD\n"
-                   "  ERROR-DETAIL:Abnormal action at Calculate CFL Method.\n" +
-           detail + "\n" + kRule;
-}
-
-TEST(RegionCalcDT, PlaneRegionRunsAtTheStepHandedInWhenThreeStepsBreakTheLimit) {
-    Region r = Topography(2451, 30.0, -100.0);
-    const Printed p = Capture([&] { return r.CalcDT(1.0, 0.8); });
-    EXPECT_EQ(p.result, 1);
-    EXPECT_EQ(p.out + p.err, "");
-    EXPECT_EQ(r.dxMeter, 30.0f);
-    EXPECT_EQ(r.timeRatio, 1);
-    EXPECT_EQ(r.dt, 1.0);
-    EXPECT_DOUBLE_EQ(r.cfl, std::sqrt(1960.0) / 30.0);
-}
-
-TEST(RegionCalcDT, ThreeStepsWhenTheLimitIsStrictlyAboveThreeCourantNumbers) {
+TEST(RegionCalcDT, ThreeStepsOnlyWhenTheLimitIsStrictlyAboveThreeCourantNumbers) {
     Region r = Topography(2451, 1000.0, -10.0);
-    ASSERT_TRUE(r.CalcDT(0.5, 0.5));
-    EXPECT_EQ(r.timeRatio, 3);
-    EXPECT_EQ(r.dt, 1.5);
-    EXPECT_DOUBLE_EQ(r.cfl, 3 * 0.5 / 1000.0 * 14.0);
-
-    // On the limit itself the ratio stays 1.
-    const double courant = (0.5 / r.dxMeter) * std::sqrt(10.0 * 19.6);
-    ASSERT_TRUE(r.CalcDT(0.5, 3.0 * courant));
-    EXPECT_EQ(r.timeRatio, 1);
-    EXPECT_EQ(r.dt, 0.5);
-    ASSERT_TRUE(r.CalcDT(0.5, std::nextafter(3.0 * courant, 1.0)));
-    EXPECT_EQ(r.timeRatio, 3);
+    const double courant = 0.5 / 1000.0 * std::sqrt(10.0 * 19.6);
+    for (const auto& [limit, ratio] :
+         {std::pair{0.5, 3}, {3.0 * courant, 1}, {std::nextafter(3.0 * courant, 1.0), 3}}) {
+        EXPECT_EQ(Outcome([&] { return r.CalcDT(0.5, limit); }), "1||");
+        EXPECT_EQ(r.timeRatio, ratio) << limit;
+        EXPECT_EQ(r.dt, 0.5 * ratio);
+        EXPECT_DOUBLE_EQ(r.cfl, ratio * courant);
+    }
+    // No point below zero: the speed the arithmetic gives.
+    Region dry = Topography(2451, 10.0, 5.0), flat = Topography(2451, 10.0, 0.0);
+    ASSERT_TRUE(dry.CalcDT(1.0, 0.5) && flat.CalcDT(1.0, 0.5));
+    EXPECT_TRUE(std::isnan(dry.cfl));
+    EXPECT_EQ(std::pair(dry.timeRatio, flat.timeRatio), std::pair(1, 3));
 }
 
 TEST(RegionCalcDT, GeographicSpacingIsTakenAtThePolewardEdge) {
-    // Rows from 35 to 36 degrees north: the spacing shrinks with cos(36 degrees).
+    const auto spacing = [](double lat) {
+        return static_cast<float>(0.1 / 180.0 * 3.141592653589793 * 6371000.0 *
+                                  std::cos(lat / 180.0 * 3.141592653589793));
+    };
+    // Rows from 35 to 36 degrees north; south of the equator the origin row is poleward.
     Region north = Topography(4612, 0.1, -1000.0, 11, 35.0);
-    ASSERT_TRUE(north.CalcDT(1.0, 0.0));
-    const float expected = static_cast<float>(0.1 / 180.0 * 3.141592653589793 * 6371000.0 *
-                                              std::cos(36.0 / 180.0 * 3.141592653589793));
-    EXPECT_EQ(north.dxMeter, expected);
-    EXPECT_EQ(north.coordType, 1);
-
-    // South of the equator the origin row is the poleward one.
     Region south = Topography(4326, 0.1, -1000.0, 11, -40.0);
-    ASSERT_TRUE(south.CalcDT(1.0, 0.0));
-    EXPECT_EQ(south.dxMeter, static_cast<float>(0.1 / 180.0 * 3.141592653589793 * 6371000.0 *
-                                                 std::cos(40.0 / 180.0 * 3.141592653589793)));
-}
-
-TEST(RegionCalcDT, NoPointBelowZeroGivesTheArithmeticsSpeed) {
-    Region dry = Topography(2451, 10.0, 5.0);
-    ASSERT_TRUE(dry.CalcDT(1.0, 0.5));
-    EXPECT_TRUE(std::isnan(dry.cfl));
-    EXPECT_EQ(dry.timeRatio, 1);
-    Region flat = Topography(2451, 10.0, 0.0);
-    ASSERT_TRUE(flat.CalcDT(1.0, 0.5));
-    EXPECT_EQ(flat.cfl, 0.0);
-    EXPECT_EQ(flat.timeRatio, 3);
+    ASSERT_TRUE(north.CalcDT(1.0, 0.0) && south.CalcDT(1.0, 0.0));
+    EXPECT_EQ(north.dxMeter, spacing(36.0));
+    EXPECT_EQ(south.dxMeter, spacing(40.0));
 }
 
 TEST(RegionCalcDT, FailuresReportTheirDetailInOrder) {
+    const auto block = [](const std::string& detail) {
+        return ErrorBlock("ERROR:REGION OBJECT METHOD",
+                          {"Abnormal action at Calculate CFL Method.", detail});
+    };
     Region r = Topography(2451, 30.0, -100.0);
-    Printed p = Capture([&] { return r.CalcDT(0.0, 1.5); });
-    EXPECT_EQ(p.result, 0);
-    EXPECT_EQ(p.err, CflBlock("  ERROR-DETAIL:Can not calculate CFL."));
-    EXPECT_EQ(Capture([&] { return r.CalcDT(1.0, -0.1); }).err,
-              CflBlock("  ERROR-DETAIL:Can not calculate CFL."));
-    p = Capture([&] { return r.CalcDT(0.0, 1.0); });
-    EXPECT_EQ(p.err,
-              CflBlock("  ERROR-DETAIL:Particular attention should be given to \"TimeIncrement\"."));
-    EXPECT_EQ(p.out, "");
-
-    // Rows past the pole give a negative spacing, which is kept in dxMeter.
+    for (const auto& [dt, limit] : {std::pair{0.0, 1.5}, {1.0, -0.1}})
+        EXPECT_EQ(Outcome([&] { return r.CalcDT(dt, limit); }),
+                  "0||" + block("Can not calculate CFL."));
+    EXPECT_EQ(Outcome([&] { return r.CalcDT(0.0, 1.0); }),
+              "0||" + block("Particular attention should be given to \"TimeIncrement\"."));
+    // Rows past the pole give a negative spacing.
     Region beyond = Topography(4612, 1.0, -100.0, 3, 90.0);
-    p = Capture([&] { return beyond.CalcDT(1.0, 0.5); });
-    EXPECT_EQ(p.result, 0);
-    EXPECT_LT(beyond.dxMeter, 0.0f);
-    EXPECT_EQ(p.out, "************** here:R1 DX:1\n");
-    EXPECT_EQ(p.err,
-              CflBlock("  ERROR-DETAIL:Particular attention should be given to \"GridSize\"."));
-
-    Region zero = Topography(2451, 0.0, -100.0);
-    EXPECT_EQ(Capture([&] { return zero.CalcDT(1.0, 0.5); }).out, "************** here:R1 DX:0\n");
-}
-
-TEST(RegionCalcDT, RowsReachingThePoleStillPassWhileTheSpacingStaysPositive) {
-    Region pole = Topography(4612, 0.1, -100.0, 2, 89.9);
-    ASSERT_TRUE(pole.CalcDT(1.0, 0.0));
-    EXPECT_GT(pole.dxMeter, 0.0f);
-    EXPECT_LT(pole.dxMeter, 1e-3f);
+    EXPECT_EQ(Outcome([&] { return beyond.CalcDT(1.0, 0.5); }),
+              "0|************** here:R1 DX:1\n|" +
+                  block("Particular attention should be given to \"GridSize\"."));
 }
 
 } // namespace

@@ -5,7 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <iterator>
 #include <string>
 
 // What one call printed, and its result.
@@ -23,6 +28,12 @@ template <class Call> Printed Capture(Call&& call) {
     printed.out = testing::internal::GetCapturedStdout();
     printed.err = testing::internal::GetCapturedStderr();
     return printed;
+}
+
+// A call's result, standard output and standard error as "result|out|err", checked at once.
+template <class Call> std::string Outcome(Call&& call) {
+    const Printed p = Capture(call);
+    return std::to_string(p.result) + "|" + p.out + "|" + p.err;
 }
 
 // A region of the given kind whose input file is `path` (kinds without an input file
@@ -58,5 +69,32 @@ class Bytes {
     std::string text_;
 };
 
+// Everything a file holds, byte for byte.
+inline std::string FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// What `write(FILE*)` writes to a stream; the call must succeed.
+template <class Write> std::string Written(Write&& write) {
+    char* buffer = nullptr;
+    size_t size = 0;
+    std::FILE* stream = open_memstream(&buffer, &size);
+    EXPECT_TRUE(write(stream));
+    std::fclose(stream);
+    std::string text(buffer, size);
+    std::free(buffer);
+    return text;
+}
+
 inline const std::string kRule =
     "_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/_/\n";
+
+// An error block: rule, head line, one "  ERROR-DETAIL:" line per detail, rule.
+inline std::string ErrorBlock(const std::string& head,
+                              std::initializer_list<std::string> details = {}) {
+    std::string text = kRule + head + "\n";
+    for (const std::string& detail : details)
+        text += "  ERROR-DETAIL:" + detail + "\n";
+    return text + kRule;
+}
