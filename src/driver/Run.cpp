@@ -374,7 +374,11 @@ void WriteConfigFiles(const QuorXmlParameter& project, RegionMaps& maps) {
 
 } // namespace
 
-void RunProject(const char* xmlFileName) {
+void RunProject(const char* xmlFileName, const StageObserver& stageDone) {
+    const auto done = [&stageDone](const std::string& stage) {
+        if (stageDone)
+            stageDone(stage);
+    };
     std::printf("\n>>>>>>>>>>>>>>>>>> XML Input:\n");
     QuorXmlParameter project(xmlFileName);
     if (!project.exeParse())
@@ -382,6 +386,7 @@ void RunProject(const char* xmlFileName) {
     if (!project.checkXML())
         throw 1;
     std::printf("<<<<<<<<<<<<<<<<<< Completed.(XML Input)\n");
+    done("project file");
 
     // DestDir already carries the ProjectName prefix (see the reader).
     const std::string& destDir = project.DestDir;
@@ -413,6 +418,7 @@ void RunProject(const char* xmlFileName) {
                 StringPrintf("%s/ExtractPoint_%04d.shp", destDir.c_str(), list.epsg)))
             throw 17;
     }
+    done("point lists");
 
     std::vector<Fault> faults(project.Faults.begin(), project.Faults.end());
     double maxEndTime = 0.0;
@@ -435,6 +441,7 @@ void RunProject(const char* xmlFileName) {
     ConstLineParam constLine(project.ConstLine);
     if (!constLine.noFile && !constLine.ReadFile())
         throw 19;
+    done("faults and parameters");
 
     // Deformation stages belong to the first fault's system; without any fault the
     // project's datum stands in.
@@ -446,14 +453,18 @@ void RunProject(const char* xmlFileName) {
                                           maps[WBH_R].at(regionNo), maps[LSM_R].at(regionNo),
                                           maps[VRT_R].at(regionNo), maps[HRZ_R].at(regionNo),
                                           maps[IWH_R].at(regionNo)});
+        done(StringPrintf("region %d", regionNo));
     }
 
     CalcTimeSteps(project, maps[TPG_R]);
+    done("time steps");
 
     WriteStations(project, maps[TPG_R], stations);
     WriteCoastalPoints(project, maps[TPG_R], extracts);
+    done("stations and coastal points");
 
     WriteConfigFiles(project, maps);
+    done("configuration files");
 
     for (auto& [regionNo, topography] : maps[TPG_R])
         topography.FreeVecMem();

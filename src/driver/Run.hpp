@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
 extern const std::string program; // "Seaforge"
@@ -17,4 +18,7 @@ void usage(std::FILE* stream);
 // the stages in their fixed order. A failing stage throws its error code (an int, see
 // ErrorCodes.hpp) after the component has printed its own error block; the objects are
 // destroyed by the unwinding before the caller prints the code's block.
-void RunProject(const char* xmlFileName);
+// `stageDone`, when given, hears the name of each stage as it ends (the end-to-end
+// benchmark times the stages with it); it prints nothing.
+using StageObserver = std::function<void(const std::string& stage)>;
+void RunProject(const char* xmlFileName, const StageObserver& stageDone = {});
