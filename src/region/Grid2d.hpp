@@ -4,9 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+// Blocks of whole 2 MB pages, aligned to them, that the kernel may back with huge pages;
+// AllocateHuge throws std::bad_alloc when the memory is not there.
+void* AllocateHuge(std::size_t bytes);
+void DeallocateHuge(void* p) noexcept;
 
 // Allocator whose resize() leaves new elements of trivial types unwritten, so a reader can
 // size a list and fill it without writing every value twice (or touching memory it may
@@ -22,7 +28,30 @@ template <class T> struct UninitialisedAllocator : std::allocator<T> {
     template <class U, class... Args> void construct(U* p, Args&&... args) {
         ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
     }
+
+    // A grid of millions of cells is most of a run's memory, and faulting it in page by
+    // page costs more than reading the file it comes from: large blocks ask the kernel for
+    // huge pages, which take one fault per 2 MB.
+    T* allocate(std::size_t n) {
+        if (n > kHugeBytes / sizeof(T)) {
+            if (n > std::size_t(-1) / sizeof(T))
+                throw std::bad_array_new_length();
+            return static_cast<T*>(AllocateHuge(n * sizeof(T)));
+        }
+        return std::allocator<T>::allocate(n);
+    }
+    void deallocate(T* p, std::size_t n) noexcept {
+        if (n > kHugeBytes / sizeof(T))
+            DeallocateHuge(p);
+        else
+            std::allocator<T>::deallocate(p, n);
+    }
+
+  private:
+    static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;
 };
+
+
 
 // The storage of grids, and of value lists that become grids.
 template <class T> using GridVector = std::vector<T, UninitialisedAllocator<T>>;
