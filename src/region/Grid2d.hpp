@@ -3,16 +3,19 @@
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-// Blocks of whole 2 MB pages, aligned to them, that the kernel may back with huge pages;
+// Blocks of whole 2 MB pages, aligned to them, fresh from the kernel: they read as zeros
+// until written, take no memory until then, and may be backed by huge pages.
 // AllocateHuge throws std::bad_alloc when the memory is not there.
+inline constexpr std::size_t kHugeBlockBytes = std::size_t{8} << 20; // and larger
 void* AllocateHuge(std::size_t bytes);
-void DeallocateHuge(void* p) noexcept;
+void DeallocateHuge(void* p, std::size_t bytes) noexcept;
 
 // Allocator whose resize() leaves new elements of trivial types unwritten, so a reader can
 // size a list and fill it without writing every value twice (or touching memory it may
@@ -33,7 +36,7 @@ template <class T> struct UninitialisedAllocator : std::allocator<T> {
     // page costs more than reading the file it comes from: large blocks ask the kernel for
     // huge pages, which take one fault per 2 MB.
     T* allocate(std::size_t n) {
-        if (n > kHugeBytes / sizeof(T)) {
+        if (IsHuge(n)) {
             if (n > std::size_t(-1) / sizeof(T))
                 throw std::bad_array_new_length();
             return static_cast<T*>(AllocateHuge(n * sizeof(T)));
@@ -41,17 +44,15 @@ template <class T> struct UninitialisedAllocator : std::allocator<T> {
         return std::allocator<T>::allocate(n);
     }
     void deallocate(T* p, std::size_t n) noexcept {
-        if (n > kHugeBytes / sizeof(T))
-            DeallocateHuge(p);
+        if (IsHuge(n))
+            DeallocateHuge(p, n * sizeof(T));
         else
             std::allocator<T>::deallocate(p, n);
     }
 
-  private:
-    static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;
+    // Whether a block of n elements comes fresh from the kernel, zeros until written.
+    static constexpr bool IsHuge(std::size_t n) { return n > kHugeBlockBytes / sizeof(T); }
 };
-
-
 
 // The storage of grids, and of value lists that become grids.
 template <class T> using GridVector = std::vector<T, UninitialisedAllocator<T>>;
@@ -105,7 +106,16 @@ template <class T, int kPerCell = 1> class Grid2d {
     // nx columns of ny cells, every value set to `fill`. Negative sizes give no cells.
     void Assign(int nx, int ny, const T& fill) {
         SetShape(nx, ny);
-        values_.assign(CellCount() * kPerCell, fill);
+        const std::size_t count = CellCount() * kPerCell;
+        if (UninitialisedAllocator<T>::IsHuge(count) && IsZeroBytes(fill)) {
+            // A large grid of zeros is fresh memory left unwritten: maps that stay zero
+            // in most cells then cost neither the time to write them nor the memory.
+            GridVector<T> fresh;
+            fresh.resize(count);
+            values_.swap(fresh);
+            return;
+        }
+        values_.assign(count, fill);
     }
 
     // Takes over `values`, which must hold nx × ny × kPerCell values in file order.
@@ -158,6 +168,15 @@ template <class T, int kPerCell = 1> class Grid2d {
     [[nodiscard]] std::size_t ValueCount() const { return values_.size(); }
 
   private:
+    static bool IsZeroBytes(const T& value) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        unsigned char bytes[sizeof(T)];
+        std::memcpy(bytes, &value, sizeof(T));
+        for (unsigned char b : bytes)
+            if (b != 0)
+                return false;
+        return true;
+    }
     void SetShape(int nx, int ny) {
         nx_ = nx > 0 ? nx : 0;
         ny_ = ny > 0 ? ny : 0;
