@@ -4,6 +4,7 @@
 #include "project/Console.hpp"
 #include "project/FilePtr.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -72,31 +73,37 @@ bool ConstLineParam::MakeWBMap(int nx, int ny, const Grid2d<std::int32_t, 2>& id
         PrintShapeError("  ERROR-DETAIL:Abnormal action at Making Wave Breaker Map Method.");
         return false;
     }
-    for (int i = 0; i < nx; ++i) {
-        for (int j = 0; j < ny; ++j) {
-            for (int k = 0; k < 2; ++k) {
-                const std::int32_t id = ids[i][j][k];
-                const auto param = params.find(id);
-                if (id == 0 || param == params.end() || param->second.sinkRate == 1.0) {
-                    map[i][j][k] = 0;
-                    continue;
-                }
-                switch (param->second.kind) {
-                case 0:
-                    map[i][j][k] = 100;
-                    break;
-                case 1:
-                    map[i][j][k] = 1;
-                    break;
-                case 2:
-                    map[i][j][k] = 2;
-                    break;
-                default:
-                    // Kept: an unknown kind leaves whatever the face held.
-                    break;
-                }
-            }
+    // Every face is set on its own, so the faces go in storage order; runs of one
+    // structure share its lookup.
+    constexpr std::int32_t kKeep = -1;
+    const auto codeOf = [this](std::int32_t id) -> std::int32_t {
+        const auto param = params.find(id);
+        if (id == 0 || param == params.end() || param->second.sinkRate == 1.0)
+            return 0;
+        switch (param->second.kind) {
+        case 0:
+            return 100;
+        case 1:
+            return 1;
+        case 2:
+            return 2;
+        default:
+            // Kept: an unknown kind leaves whatever the face held.
+            return kKeep;
         }
+    };
+    const std::int32_t* id = ids.Data();
+    std::int32_t* face = map.Data();
+    const std::size_t faces = map.ValueCount();
+    std::int32_t lastId = 0;
+    std::int32_t lastCode = 0;
+    for (std::size_t f = 0; f < faces; ++f) {
+        if (id[f] != lastId) {
+            lastId = id[f];
+            lastCode = codeOf(lastId);
+        }
+        if (lastCode != kKeep)
+            face[f] = lastCode;
     }
     return true;
 }
@@ -111,27 +118,53 @@ bool ConstLineParam::SinkWB(int nx, int ny, double /*tideLevel*/, const Grid2d<d
         PrintShapeError("  ERROR-DETAIL:Abnormal action at Sinking Wave Breaker Method.");
         return false;
     }
+    // The rate of the structure on a face; throws 1 for a rate outside [0, 1].
+    const auto rateOf = [this](std::int32_t id) {
+        const auto param = params.find(id);
+        const double rate = param != params.end() ? param->second.sinkRate : 0.0;
+        if (rate < 0.0 || rate > 1.0)
+            throw 1;
+        return rate;
+    };
+    // A structure on a face sinks toward the higher of the two cells it separates; the
+    // outermost faces have only their own cell.
+    const auto sinkFace = [&](int i, int j, int k, double rate) {
+        double ground = topo[i][j];
+        if (k == 0 && j < ny - 1 && topo[i][j + 1] > ground)
+            ground = topo[i][j + 1];
+        if (k == 1 && i < nx - 1 && topo[i + 1][j] > ground)
+            ground = topo[i + 1][j];
+        sunk[i][j][k] = ground + (heights[i][j][k] - ground) * (1.0 - rate);
+    };
+    const bool allRatesValid =
+        std::all_of(params.begin(), params.end(), [](const auto& entry) {
+            return !(entry.second.sinkRate < 0.0 || entry.second.sinkRate > 1.0);
+        });
     try {
-        for (int i = 0; i < nx; ++i) {
+        if (allRatesValid) {
+            // No face can fail, so the faces go in storage order; each is set on its own.
             for (int j = 0; j < ny; ++j) {
-                for (int k = 0; k < 2; ++k) {
-                    const std::int32_t id = ids[i][j][k];
-                    if (id == 0) {
-                        sunk[i][j][k] = 0.0;
-                        continue;
+                for (int i = 0; i < nx; ++i) {
+                    for (int k = 0; k < 2; ++k) {
+                        const std::int32_t id = ids(i, j)[k];
+                        if (id == 0)
+                            sunk(i, j)[k] = 0.0;
+                        else
+                            sinkFace(i, j, k, rateOf(id));
                     }
-                    // A structure on a face sinks toward the higher of the two cells it
-                    // separates; the outermost faces have only their own cell.
-                    double ground = topo[i][j];
-                    if (k == 0 && j < ny - 1 && topo[i][j + 1] > ground)
-                        ground = topo[i][j + 1];
-                    if (k == 1 && i < nx - 1 && topo[i + 1][j] > ground)
-                        ground = topo[i + 1][j];
-                    const auto param = params.find(id);
-                    const double rate = param != params.end() ? param->second.sinkRate : 0.0;
-                    if (rate < 0.0 || rate > 1.0)
-                        throw 1;
-                    sunk[i][j][k] = ground + (heights[i][j][k] - ground) * (1.0 - rate);
+                }
+            }
+        } else {
+            // Kept: a bad rate stops at its face, the faces before it in this order done.
+            for (int i = 0; i < nx; ++i) {
+                for (int j = 0; j < ny; ++j) {
+                    for (int k = 0; k < 2; ++k) {
+                        const std::int32_t id = ids[i][j][k];
+                        if (id == 0)
+                            sunk[i][j][k] = 0.0;
+                        else
+                            sinkFace(i, j, k, rateOf(id));
+                    }
                 }
             }
         }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -19,6 +20,7 @@ constexpr double kMaxLatitude = 85.0;            // degrees
 constexpr double kMinSpacing = 1e-6;             // degrees, about a decimetre
 constexpr double kProbeLatitude = 36.0;          // degrees
 constexpr double kProbeSymmetryTolerance = 1e-3; // metres
+constexpr std::int64_t kLikelyMargin = 4;        // columns beyond a corner's boxes tried first
 
 // Central meridians of the plane systems the projection service sets up: the plane
 // rectangular systems EPSG 2443-2461, then UTM zones 51-55 (EPSG 3097-3101); any other
@@ -178,6 +180,44 @@ class PointBatch {
     return SymmetricAbout(meridian);
 }
 
+// Box columns [first, last) around each corner's longitude, merged and ascending; none for
+// a corner the service cannot carry back. A box ix spans base columns ix to ix + 4, so a
+// corner at longitude column p lies in boxes p - 4 to p; a few more each side absorb the
+// rounding and the curvature of the base columns in the plane.
+[[nodiscard]] std::vector<std::pair<std::int64_t, std::int64_t>>
+LikelyColumns(const NestingBase& base, const NestingCorners& corners) {
+    std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
+    const std::int64_t boxColumns = std::int64_t{base.nx} - 5;
+    for (const PlanePoint& corner : corners) {
+        double lon = 0.0;
+        double lat = 0.0;
+        const std::int32_t one = 1;
+        if (xy2ll_(&one, &lon, &lat, &corner.x, &corner.y) != 0)
+            continue;
+        // The service answers within -180..180; base grids may run on past 180.
+        for (const double shift : {0.0, 360.0}) {
+            const double column = std::floor((lon + shift - base.orgX) / base.gridSize);
+            const auto margin = static_cast<double>(kLikelyMargin);
+            if (!(column >= -margin && column < static_cast<double>(boxColumns) + margin))
+                continue;
+            const auto p = static_cast<std::int64_t>(column);
+            const std::int64_t first = std::max<std::int64_t>(0, p - 4 - kLikelyMargin);
+            const std::int64_t last = std::min(boxColumns, p + 1 + kLikelyMargin);
+            if (first < last)
+                ranges.emplace_back(first, last);
+        }
+    }
+    std::sort(ranges.begin(), ranges.end());
+    std::vector<std::pair<std::int64_t, std::int64_t>> merged;
+    for (const auto& range : ranges) {
+        if (!merged.empty() && range.first <= merged.back().second)
+            merged.back().second = std::max(merged.back().second, range.second);
+        else
+            merged.push_back(range);
+    }
+    return merged;
+}
+
 } // namespace
 
 CornersFound FindNestingCorners(const NestingBase& base, const NestingCorners& corners,
@@ -276,8 +316,9 @@ std::optional<CornersFound> FindNestingCornersFast(const NestingBase& base,
     std::vector<std::size_t> boxes; // slot of each box's four points
     std::vector<std::int64_t> rows;
     PointBatch batch(points);
-    for (std::int64_t ix0 = 0; ix0 <= nx - 6 && !AllFound(found); ix0 += kColumnBlock) {
-        const std::int64_t ix1 = std::min(ix0 + kColumnBlock, nx - 5);
+    // Tests the boxes of columns [ix0, ix1) for the corners still missing; false when a
+    // point could not be converted.
+    const auto searchColumns = [&](std::int64_t ix0, std::int64_t ix1) {
         northings.clear();
         for (std::size_t c = 0; c < corners.size(); ++c)
             if (!found[c] && std::find(northings.begin(), northings.end(), corners[c].y) ==
@@ -297,7 +338,7 @@ std::optional<CornersFound> FindNestingCornersFast(const NestingBase& base,
             if (batch.Empty())
                 break;
             if (!batch.Convert())
-                return std::nullopt;
+                return false;
             for (Search& s : searches) {
                 if (s.lo >= s.hi)
                     continue;
@@ -331,11 +372,24 @@ std::optional<CornersFound> FindNestingCornersFast(const NestingBase& base,
             }
         }
         if (!batch.Convert())
-            return std::nullopt;
+            return false;
         for (const std::size_t slot : boxes)
             for (std::size_t c = 0; c < corners.size(); ++c)
                 found[c] = found[c] || InBox(corners[c], batch.X(slot), batch.X(slot + 1),
                                              batch.Y(slot + 2), batch.Y(slot + 3));
-    }
+        return true;
+    };
+
+    // A nested region usually passes, and then every corner lies in a box a few columns
+    // wide: the columns around each corner's longitude go first, so the search can stop
+    // there instead of sweeping the whole base grid. Only the order changes: a corner
+    // missing afterwards is looked for everywhere, and looking at a column twice cannot
+    // change what is found.
+    for (const auto& [ix0, ix1] : LikelyColumns(base, corners))
+        if (!AllFound(found) && !searchColumns(ix0, ix1))
+            return std::nullopt;
+    for (std::int64_t ix0 = 0; ix0 <= nx - 6 && !AllFound(found); ix0 += kColumnBlock)
+        if (!searchColumns(ix0, std::min(ix0 + kColumnBlock, nx - 5)))
+            return std::nullopt;
     return found;
 }

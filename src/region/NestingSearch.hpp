@@ -51,11 +51,13 @@ using CornersFound = std::array<bool, 4>; // in the order of the corners given
 
 // Converts only the points that can decide: a binary search along the middle column of
 // each box finds the few rows whose northing interval can hold a corner, and only those
-// rows and the two flat-indexed edge rows are tested. This relies on the northing growing
-// with latitude down every column, which holds for a transverse Mercator system within
-// 45 degrees of its central meridian and 85 degrees of the equator; outside that, for
-// spacings under a millionth of a degree, and as soon as a converted value is not finite,
-// it answers nothing and the caller takes the full search.
+// rows and the two flat-indexed edge rows are tested. The columns around each corner's
+// longitude go first, so a region that fits is settled after a few dozen columns rather
+// than the whole grid. This relies on the northing growing with latitude down every
+// column, which holds for a transverse Mercator system within 45 degrees of its central
+// meridian and 85 degrees of the equator; outside that, for spacings under a millionth of
+// a degree, and as soon as a converted value is not finite, it answers nothing and the
+// caller takes the full search.
 [[nodiscard]] std::optional<CornersFound>
 FindNestingCornersFast(const NestingBase& base, const NestingCorners& corners,
                        std::int32_t planeEpsg);

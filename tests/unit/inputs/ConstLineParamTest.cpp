@@ -114,8 +114,10 @@ TEST(ConstLineParam, RateOutOfRangeAndMismatchedGrids) {
     for (double rate : {-0.1, 1.0000001}) {
         ConstLineParam p = Structures();
         p.params[6].sinkRate = rate;
-        Faces f(1, 2);
-        f.ids[1][0][0] = 6; // faces before it are done, those after it untouched
+        // Faces go i outer, j inner: those before the bad one are done, (1, 0) after it
+        // is untouched although it comes first in storage order.
+        Faces f(1, 2, 2);
+        f.ids[0][1][0] = 6;
         EXPECT_EQ(f.Sink(p), "0||" + ErrorBlock(kClass, {"Abnormal action at SinkRate().",
                                                          kAttention, kFormat}));
         EXPECT_EQ(f.sunk[0][0][1], 6.0);
