@@ -18,6 +18,8 @@
 #include <locale.h>
 #include <memory>
 
+#include <sys/stat.h>
+
 using namespace XERCES_CPP_NAMESPACE;
 
 namespace {
@@ -113,6 +115,11 @@ double LeadingDouble(const std::string& text) {
     return strtod_l(text.c_str(), nullptr, cLocale);
 }
 
+bool NamesDirectory(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 void Announce(const char* name) { std::printf("\n[[--- %s ---]]\n", name); }
 
 template <typename Visit> void ForEachElement(const DOMNode* parent, Visit visit) {
@@ -148,10 +155,14 @@ int QuorXmlParameter::exeParse() {
         config->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
         config->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
 
-        const DOMDocument* document = parser->parseURI(XmlFileName.c_str());
-        if (!errors.failed) {
-            readParam(document);
-            parsed = true;
+        // A directory opens like a file and fails at its first read, where the library
+        // loses the reader it was making: it is refused here as the parse would refuse it.
+        if (!NamesDirectory(XmlFileName)) {
+            const DOMDocument* document = parser->parseURI(XmlFileName.c_str());
+            if (!errors.failed) {
+                readParam(document);
+                parsed = true;
+            }
         }
     } catch (...) {
         // XMLException, DOMException, OutOfMemoryException: all mean the file is unusable.

@@ -38,8 +38,10 @@ constexpr std::size_t kRoomWithoutSize = std::size_t{1} << 16;
 
 // A binary file shorter than its header announces is read anyway and its last value
 // repeated; but a header announcing far more than the file could ever have held is not a
-// short file, it is not a grid file, and believing it would exhaust memory.
-constexpr std::int64_t kShortfallFactor = 16;
+// short file, it is not a grid file, and believing it would exhaust memory. Values are
+// held as doubles, twice their width in the file, so a believed file costs at most four
+// times its size (plus the slack that lets small hand-made grids be short by any amount).
+constexpr std::int64_t kShortfallFactor = 2;
 constexpr std::int64_t kShortfallAllowance = std::int64_t{1} << 20;
 
 [[nodiscard]] bool Believable(std::int64_t announcedBytes, std::int64_t fileBytes) {
@@ -59,8 +61,9 @@ constexpr std::int64_t kShortfallAllowance = std::int64_t{1} << 20;
     return fstat(fileno(file), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// Values per cell and the total a header announces, or -1 when nx and ny describe no grid
-// a run could hold (negative, or more values than a count of int can say).
+// The values a header announces, nx × ny × perCell, or -1 when nx and ny describe no
+// grid a run could hold (a negative size, or more values than a count of int can say).
+// Such a header still ends in the count check: no number of values matches it.
 [[nodiscard]] std::int64_t AnnouncedValues(int nx, int ny, int perCell) {
     if (nx < 0 || ny < 0)
         return -1;
@@ -94,24 +97,37 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
     region.fileGridSize = region.gridSize;
 
     const bool pairs = region.type == CLD_R;
+    const std::size_t recordBytes = pairs ? 8 : 4;
+    // A negative size reads no value (dataNum 0), so the count check fails as it would
+    // after reading.
+    if (region.nx < 0 || region.ny < 0)
+        return kCountMismatch;
     const std::int64_t count = AnnouncedValues(region.nx, region.ny, pairs ? 2 : 1);
-    if (count < 0)
-        return kBadFormat;
-    std::int64_t fileBytes = RegularFileSize(f);
+    const std::int64_t fileBytes = RegularFileSize(f);
     std::int64_t consumed = static_cast<std::int64_t>(kBinaryHeaderBytes);
 
     // Kept: past the header nothing is checked; a value the file no longer holds repeats
     // the last one read (0 before any).
     std::int32_t entries = 0;
-    std::int64_t announced = consumed + count * 4;
     if (pairs) {
         unsigned char number[4] = {};
         consumed += static_cast<std::int64_t>(std::fread(number, 1, 4, f));
         entries = std::max(Load<std::int32_t>(number), 0);
-        announced = consumed + std::int64_t{entries} * kEntryBytes + count * 8;
     }
-    if (fileBytes >= 0 && !Believable(announced, fileBytes))
+    const std::int64_t valuesAt = consumed + std::int64_t{entries} * kEntryBytes;
+    // An entry list no file could hold would print lines without end: not a grid file.
+    if (fileBytes >= 0 && !Believable(valuesAt, fileBytes))
         return kBadFormat;
+    // More values than the file could hold, or than a grid can: refused unread, and
+    // reported as the mismatch it is, with the whole values the file does hold.
+    const std::int64_t announced =
+        valuesAt + std::max<std::int64_t>(count, 0) * static_cast<std::int64_t>(recordBytes);
+    if (count < 0 || (fileBytes >= 0 && !Believable(announced, fileBytes))) {
+        if (fileBytes >= 0)
+            out.valueCount = std::max<std::int64_t>(fileBytes - valuesAt, 0) /
+                             static_cast<std::int64_t>(recordBytes);
+        return kCountMismatch;
+    }
 
     std::int32_t id = 0;
     char name[kEntryNameBytes] = {};
@@ -120,7 +136,7 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
         const std::size_t got = std::fread(entry, 1, kEntryBytes, f);
         consumed += static_cast<std::int64_t>(got);
         // A stream of unknown size is judged once it has ended.
-        if (got < kEntryBytes && !Believable(announced, consumed))
+        if (got < kEntryBytes && !Believable(valuesAt, consumed))
             return kBadFormat;
         if (got >= 4)
             id = Load<std::int32_t>(entry);
@@ -131,7 +147,6 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
     }
 
     const std::size_t total = static_cast<std::size_t>(count);
-    const std::size_t recordBytes = pairs ? 8 : 4;
     out.Prepare(total, total, pairs);
     double* const values = out.values.data();
     std::int32_t* const ids = out.ids.data();
@@ -174,8 +189,10 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
         }
     }
     if (done < total) {
-        if (!Believable(announced, consumed))
-            return kBadFormat;
+        if (!Believable(announced, consumed)) {
+            out.valueCount = static_cast<std::int64_t>(done);
+            return kCountMismatch;
+        }
         double lastValue = done > 0 ? values[done - 1] : 0.0;
         if (pairs && partialBytes >= 4)
             lastValue = Load<float>(partial); // read, though its identifier is missing
@@ -211,9 +228,10 @@ int ReadTextGrid(Region& region, GridValues& out) {
         return kBadFormat;
     region.nx = static_cast<std::int32_t>(convert.Integer(tokens[0]));
     region.ny = static_cast<std::int32_t>(convert.Integer(tokens[1]));
-    const std::int64_t count = AnnouncedValues(region.nx, region.ny, pairs ? 2 : 1);
-    if (count < 0)
-        return kBadFormat;
+    // A size no grid can have is read on all the same (nothing of it stored), so that the
+    // count check reports it with the number of values the file holds.
+    const std::int64_t count = std::max<std::int64_t>(
+        AnnouncedValues(region.nx, region.ny, pairs ? 2 : 1), 0);
 
     if (!reader.NextLine(tokens) || tokens.size() < (pairs ? 4u : 2u))
         return kBadFormat;
@@ -223,7 +241,8 @@ int ReadTextGrid(Region& region, GridValues& out) {
         region.end_x = convert.Real(tokens[2]);
         region.end_y = convert.Real(tokens[3]);
         // Kept: nx of 1 divides by zero and gives an infinite or undefined spacing.
-        region.fileGridSize = (region.end_x - region.org_x) / (region.nx - 1);
+        region.fileGridSize =
+            (region.end_x - region.org_x) / (static_cast<double>(region.nx) - 1.0);
 
         if (!reader.NextLine(tokens) || tokens.empty())
             return kBadFormat;
@@ -263,8 +282,10 @@ int Region::ReadFile() {
 
         valMax = data.extremes.Max();
         valMin = data.extremes.Min();
-        const std::int64_t expected = std::int64_t{nx} * ny * (type == CLD_R ? 2 : 1);
-        if (data.valueCount != expected)
+        // Sizes no grid can have (negative, or past what an int counts) match no count,
+        // however many values a file holds.
+        const std::int64_t expected = AnnouncedValues(nx, ny, type == CLD_R ? 2 : 1);
+        if (expected < 0 || data.valueCount != expected)
             throw kCountMismatch;
         if (type == CLD_R) {
             // Identifiers sit at odd positions, so a line with an odd token count leaves

@@ -59,11 +59,19 @@ TEST(RegionReadFile, TextLineRules) {
 TEST(RegionReadFile, FailuresByCause) {
     TempDir dir;
     const std::string path = (dir.path() / "grid.txt").string();
-    // Header lines with a wrong token count (a blank before the newline is a third), or
-    // sizes no grid has.
-    for (const char* content : {"100 80 \n0 0\n", "3 2\n", "-3 -2\n0 0\n", "99999 99999\n0 0\n"})
+    // Header lines with a wrong token count (a blank before the newline is a third).
+    for (const char* content : {"100 80 \n0 0\n", "3 2\n"})
         EXPECT_EQ(ReadAs(dir, content).printed.err,
                   ErrorBlock(kHead, {kReading, kFormat, "Region File > " + path}))
+            << content;
+    // Sizes no grid has match no count, even one whose product wraps to the count in 32 bits.
+    for (const auto& [content, nx, ny] : {std::tuple{"-3 -2\n0 0\n1 2 3 4 5 6\n", "-3", "-2"},
+                                          {"65536 65536\n0 0\n", "65536", "65536"}})
+        EXPECT_EQ(ReadAs(dir, content).printed.err,
+                  ErrorBlock(kHead, {kReading, kFormat, "Region File  > " + path,
+                                     std::string("ALL DATA NUM > ") + (*nx == '-' ? "6" : "0"),
+                                     std::string("          NX > ") + nx,
+                                     std::string("          NY > ") + ny}))
             << content;
     // A count mismatch keeps what was read; a header far beyond the file is only counted
     // against, never reserved.
@@ -138,14 +146,24 @@ TEST(RegionReadFile, ShortBinaryRepeatsTheLastValueButAbsurdHeadersFail) {
     EXPECT_EQ(cut.region.pairGrid[0][0][1], 2.0);
     EXPECT_EQ(cut.region.pairIntGrid[0][0][1], 4);
     const std::pair<RType, std::string> bad[] = {
-        {TPG_R, Bytes().Put(0.0).Put(0.0).Put(3).str()},                   // header cut short
-        {TPG_R, Bytes().Header(0, 0, -1, 2, 1.0f).Put(1.0f).str()},        // negative size
-        {TPG_R, Bytes().Header(0, 0, 20000, 20000, 1.0f).Put(1.0f).str()}, // 1.6 GB from 32 B
-        {CLD_R, Bytes().Header(0, 0, 1, 1, 1.0f).Put(2147483647).str()}};  // entries
+        {TPG_R, Bytes().Put(0.0).Put(0.0).Put(3).str()},                  // header cut short
+        {CLD_R, Bytes().Header(0, 0, 1, 1, 1.0f).Put(2147483647).str()}}; // entries
     for (const auto& [kind, file] : bad) {
         const Read t = ReadAs(dir, file, kind, "bad.bin");
         EXPECT_EQ(t.printed.err,
                   ErrorBlock(kHead, {kReading, kFormat, "Region File > " + t.region.inFileName}));
+    }
+    // A negative size reads nothing; 1.6 GB announced by 32 bytes is refused unread.
+    const std::tuple<std::string, const char*, const char*, const char*> mismatched[] = {
+        {Bytes().Header(0, 0, -1, 2, 1.0f).Put(1.0f).str(), "0", "-1", "2"},
+        {Bytes().Header(0, 0, 20000, 20000, 1.0f).Put(1.0f).str(), "1", "20000", "20000"}};
+    for (const auto& [file, count, nx, ny] : mismatched) {
+        const Read t = ReadAs(dir, file, TPG_R, "bad.bin");
+        EXPECT_EQ(t.printed.err,
+                  ErrorBlock(kHead, {kReading, kFormat, "Region File  > " + t.region.inFileName,
+                                     std::string("ALL DATA NUM > ") + count,
+                                     std::string("          NX > ") + nx,
+                                     std::string("          NY > ") + ny}));
     }
 }
 
