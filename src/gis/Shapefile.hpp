@@ -18,7 +18,11 @@ struct Point {
 // The attribute table is "Name" (string, width 32) on every layer and "Slip" (real,
 // width 32) on polygon layers. Every failure is one "Error : Shapefile::..." line on
 // standard output and a false answer; GDAL's own messages are kept off the console.
-// Use: create, any number of writePoint or writePolygon, close (or let it go out of scope).
+// Use: create, any number of writePoint or writePolygon, close (or let it go out of scope,
+// which stores the files as close does but cannot answer).
+//
+// The driver does not report a write that fails when its files are closed (a full disk),
+// so the files are built in memory and close stores them with checked writes.
 class Shapefile {
   public:
     // Values of the OGR geometry types they are passed as.
@@ -46,11 +50,19 @@ class Shapefile {
     [[nodiscard]] bool writePolygon(const std::string& name, const std::string& field,
                                     const double& value, const double* xs, const double* ys);
 
-    // Completes the .shp, .shx, .dbf and .prj files. Does nothing when nothing is open.
-    void close();
+    // Completes the .shp, .shx, .dbf and .prj files and stores them beside `path`, in
+    // that name order. False when one of them cannot be stored in full, after the line
+    // "Error : Shapefile::close() -> fopen(<file>)" (or fwrite, fclose) naming it; the
+    // files stored before it stay. Also false, without a further line, after a create
+    // that found a directory at `path`. True when nothing is open.
+    [[nodiscard]] bool close();
 
   private:
-    GDALDatasetUniquePtr m_dataSource;
-    OGRLayer* m_layer = nullptr; // owned by m_dataSource
-    std::uint32_t m_type = 0;    // ShapeType of the open layer, 0 when closed
+    void Discard();
+
+    GDALDatasetUniquePtr m_dataSource; // on m_staging
+    OGRLayer* m_layer = nullptr;       // owned by m_dataSource
+    std::uint32_t m_type = 0;          // ShapeType of the open layer, 0 when closed
+    std::string m_staging;             // in-memory folder the driver writes to
+    std::string m_destination;         // folder close stores the files in
 };

@@ -149,7 +149,9 @@ bool Fault::MakeShapefile(std::string path) {
             // Kept: a refused polygon shows only as the writer's own line.
             (void)shp.writePolygon(seg.name, "Slip", seg.slip, outline.x, outline.y);
         }
-        shp.close();
+        // Files that did not reach the disk in full would pass for the fault model.
+        if (!shp.close())
+            throw 1;
         return true;
     } catch (int) {
         PrintMakingShapefileBlock();

@@ -47,9 +47,9 @@ class Fault {
     // Writes the surface outline of every segment as a polygon with its name and slip to
     // the shapefile at `path`, in the system `epsg`. With coordType 1 the outline is worked
     // out in the UTM zone of each segment and written in degrees, longitudes in 0..360.
-    // Kept: a shapefile that cannot be created or written shows as the writer's own lines,
-    // and the answer is still true. False, after the error block, when a reference point
-    // or an outline cannot be converted.
+    // Kept: a creation refused by the writer shows as its own lines (one per segment).
+    // False, after the error block, when a reference point or an outline cannot be
+    // converted, or when the files cannot be stored in full.
     [[nodiscard]] bool MakeShapefile(std::string path);
 
     void FreeVecMem();

@@ -11,6 +11,8 @@
 #include <exception>
 #include <memory>
 
+#include <sys/stat.h>
+
 namespace {
 
 // Line ends separate fields too, so a name in the last column is clean.
@@ -28,6 +30,11 @@ std::vector<std::string> SplitFields(LinePieceReader& reader) {
     return fields;
 }
 
+[[nodiscard]] bool IsDirectory(std::FILE* file) {
+    struct stat info;
+    return fstat(fileno(file), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 } // namespace
 
 Station::Station(const XML_STATION& rec) : epsg(rec.EPSG), fileName(rec.FileName) {}
@@ -38,6 +45,9 @@ bool Station::ReadFile() {
     try {
         std::printf("\n>>>>>>>>>>>>>>>>>> Station Input:\n");
         FilePtr file(std::fopen(fileName.c_str(), "r"));
+        // A directory opens as a stream but is no list either.
+        if (file && IsDirectory(file.get()))
+            file.reset();
         if (!file) {
             // A project may name a list that is not made yet; the run goes on without it.
             std::fprintf(stderr, " WARNING:Can not open file.\n");
@@ -86,8 +96,15 @@ bool Station::MakeShapefile(std::string path) {
         (void)shp.create(path, Shapefile::POINT, static_cast<unsigned int>(epsg));
         for (const PosXY& point : points)
             (void)shp.writePoint(point.name, Point{point.x, point.y}); // refusals show per point
-        shp.close();
+        // Files that did not reach the disk in full would pass for the station list.
+        if (!shp.close())
+            throw 1;
         return true;
+    } catch (int) { // 1: the files could not be stored (the writer's line names the file)
+        PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Making Shapefile Method.",
+                         "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+        return false;
     } catch (const std::exception&) { // GDAL out of memory: reported as ours
         PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
                          "  ERROR-DETAIL:Abnormal action at Making Shapefile Method.",
@@ -110,6 +127,14 @@ bool Station::WriteBestPoint(std::string path) {
         std::fprintf(file.get(), "%lld, %lld, %s, %d\n", static_cast<long long>(point.bestI) + 1,
                      static_cast<long long>(point.bestJ) + 1, point.name.c_str(),
                      point.bestRegionNo);
+    }
+    // A list cut short by a full disk is reported as one that cannot be opened: the
+    // calculator would take it for the whole list.
+    if (std::ferror(file.get()) != 0 || std::fclose(file.release()) != 0) {
+        PrintErrorBlock({"ERROR:STATION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Reading File Method.",
+                         "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+        return false;
     }
     return true;
 }

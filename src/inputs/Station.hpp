@@ -35,12 +35,13 @@ class Station {
     [[nodiscard]] bool ReadFile();
 
     // Writes the points as a point shapefile at `path` in the system `epsg`. Kept: a
-    // shapefile that cannot be created or written shows as the writer's own lines, and
-    // the answer is still true.
+    // creation refused by the writer shows as its own lines (one per point). False after
+    // the "Making Shapefile" error block when the files cannot be stored in full.
     [[nodiscard]] bool MakeShapefile(std::string path);
 
     // Appends "bestI+1, bestJ+1, name, bestRegionNo" per point to `path` (every list of a
-    // run adds to the same file). False after the error block when it cannot be opened.
+    // run adds to the same file). False after the error block when it cannot be opened or
+    // written in full.
     [[nodiscard]] bool WriteBestPoint(std::string path);
 
     [[nodiscard]] int TempMethod(); // does nothing; kept for callers of the old interface

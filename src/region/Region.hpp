@@ -67,7 +67,8 @@ class Region {
     // Writes "<dir>/<first three of typeTag>_<regionName>.bin" (header, then the cells of
     // TPG_R, RCF_R, LSM_R as floats, WBH_R as float pairs, WBM_R as int32 pairs; other
     // kinds get the header only) and stores that path in outFileName, even on failure.
-    // Returns 1, or 0 after the error block when the file cannot be created.
+    // Returns 1, or 0 after the "Can not open file." error block when the file cannot be
+    // created or written in full.
     [[nodiscard]] int WriteBIN(std::string dir);
 
     // RegionCalcDT.cpp
@@ -123,8 +124,8 @@ class Region {
     // and writes the index "<dir>/<tag>_<regionName>.txt" (valid time, rise time, grid
     // name per stage), which becomes outFileName; prints the names on standard output.
     // A region whose epsg is not the deformation's `deformationEpsg` only gets outFileName
-    // blanked. False after the "Writing BIN File" error block when the index cannot be
-    // written.
+    // blanked. False after the "Writing BIN File" error block ("Can not open file.") when
+    // the index cannot be created or written in full.
     [[nodiscard]] bool SetDynamic(std::string dir, DynamicParam param, int deformationEpsg);
 
     // RegionFitPoint.cpp
@@ -139,7 +140,8 @@ class Region {
     // "<i + 1>, <j + 1>, <name>" per point (1-based, as the calculator counts), an empty
     // file when there are none. Print the path on standard output and store it in
     // staFileName or extFileName, even on failure. False after the "Write Station File" or
-    // "Write Coast Extract File" error block when the file cannot be created or written.
+    // "Write Coast Extract File" error block ("Can not open file.") when the file cannot
+    // be created or written in full.
     [[nodiscard]] bool WriteStaFile(std::string dir);
     [[nodiscard]] bool WriteExtFile(std::string dir);
 

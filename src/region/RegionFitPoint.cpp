@@ -44,18 +44,16 @@ std::optional<int> FirstCellHolding(double at, double org, double spacing, int c
     return std::nullopt;
 }
 
-// Writes one "i+1, j+1, name" line per point. Answers 0, or the cause of failure: 1 when
-// the file cannot be created, 2 when it did not reach the disk in full (the calculator
-// could not tell a cut list from a short one).
-int WritePointFile(const std::string& path, const std::vector<PosIJ>& points) {
+// Writes one "i+1, j+1, name" line per point. False when the file cannot be created or
+// did not reach the disk in full: the calculator could not tell a cut list from a short
+// one, so both are reported alike.
+bool WritePointFile(const std::string& path, const std::vector<PosIJ>& points) {
     FilePtr file(std::fopen(path.c_str(), "w"));
     if (!file)
-        return 1;
+        return false;
     for (const PosIJ& p : points)
         std::fprintf(file.get(), "%d, %d, %s\n", p.i + 1, p.j + 1, p.name.c_str());
-    if (std::ferror(file.get()) != 0 || std::fclose(file.release()) != 0)
-        return 2;
-    return 0;
+    return std::ferror(file.get()) == 0 && std::fclose(file.release()) == 0;
 }
 
 } // namespace
@@ -81,15 +79,10 @@ bool Region::FitPointToRegion(double x, double y, std::string name, PointType po
 bool Region::WriteStaFile(std::string dir) {
     staFileName = StringPrintf("%s/Dump1d_R%03d.txt", dir.c_str(), regionNo);
     std::printf("%s\n", staFileName.c_str());
-    if (const int cause = WritePointFile(staFileName, stationPoints); cause != 0) {
-        if (cause == 1)
-            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
-                             "  ERROR-DETAIL:Abnormal action at Write Station File Method.",
-                             "  ERROR-DETAIL:Can not open file."});
-        else
-            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
-                             "  ERROR-DETAIL:Abnormal action at Write Station File Method.",
-                             "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+    if (!WritePointFile(staFileName, stationPoints)) {
+        PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Write Station File Method.",
+                         "  ERROR-DETAIL:Can not open file."});
         return false;
     }
     return true;
@@ -98,15 +91,10 @@ bool Region::WriteStaFile(std::string dir) {
 bool Region::WriteExtFile(std::string dir) {
     extFileName = StringPrintf("%s/CoastExtractPoint_%s.txt", dir.c_str(), regionName.c_str());
     std::printf("%s\n", extFileName.c_str());
-    if (const int cause = WritePointFile(extFileName, extractPoints); cause != 0) {
-        if (cause == 1)
-            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
-                             "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
-                             "  ERROR-DETAIL:Can not open file."});
-        else
-            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
-                             "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
-                             "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+    if (!WritePointFile(extFileName, extractPoints)) {
+        PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
+                         "  ERROR-DETAIL:Abnormal action at Write Coast Extract File Method.",
+                         "  ERROR-DETAIL:Can not open file."});
         return false;
     }
     return true;

@@ -53,21 +53,16 @@ bool Region::SetDynamic(std::string dir, DynamicParam param, int deformationEpsg
             std::fprintf(file.get(), "%-16f%-16f%s\n", param.params[i].validTime,
                          param.params[i].riseTime, stageFiles[i].c_str());
         // The index is what the calculator follows; one that did not reach the disk in
-        // full must not pass for written.
+        // full is reported as one that could not be opened.
         if (std::ferror(file.get()) != 0 || std::fclose(file.release()) != 0)
-            throw 2;
-    } catch (int cause) {
-        if (cause == 1)
-            PrintErrorBlock(
-                {"ERROR:REGION OBJECT METHOD",
-                 "  ERROR-DETAIL:Abnormal action at Writing BIN File Method.",
-                 "  ERROR-DETAIL:Can not open file.",
-                 "  ERROR-DETAIL:Particular attention should be given to \"Region BIN File\".",
-                 "  ERROR-DETAIL:Region BIN File > " + std::to_string(type)});
-        else
-            PrintErrorBlock({"ERROR:REGION OBJECT METHOD",
-                             "  ERROR-DETAIL:Abnormal action at Writing BIN File Method.",
-                             "  ERROR-DETAIL:Particular attention should be given to \" \"."});
+            throw 1;
+    } catch (int) { // 1: the index cannot be created or written in full
+        PrintErrorBlock(
+            {"ERROR:REGION OBJECT METHOD",
+             "  ERROR-DETAIL:Abnormal action at Writing BIN File Method.",
+             "  ERROR-DETAIL:Can not open file.",
+             "  ERROR-DETAIL:Particular attention should be given to \"Region BIN File\".",
+             "  ERROR-DETAIL:Region BIN File > " + std::to_string(type)});
         return false;
     }
     std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");

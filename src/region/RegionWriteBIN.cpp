@@ -52,13 +52,16 @@ class BlockWriter {
         }
     }
 
-    // Kept: write errors after the open are not reported, as the calculators have always
-    // been handed whatever was written. Callers flush before closing the file.
+    // Hands the collected block to the stream. A short write is remembered rather than
+    // reported at once: the rest of the grid is skipped and the caller decides.
     void Flush() {
-        if (used_ > 0)
-            (void)std::fwrite(block_.get(), 1, used_, file_);
+        if (used_ > 0 && !failed_ && std::fwrite(block_.get(), 1, used_, file_) != used_)
+            failed_ = true;
         used_ = 0;
     }
+
+    // Whether every byte put so far reached the stream.
+    [[nodiscard]] bool Failed() const { return failed_; }
 
   private:
     static constexpr std::size_t kBlockBytes = std::size_t{1} << 18;
@@ -67,6 +70,7 @@ class BlockWriter {
     std::FILE* file_;
     std::unique_ptr<unsigned char[]> block_ = std::make_unique<unsigned char[]>(kBlockBytes);
     std::size_t used_ = 0;
+    bool failed_ = false;
 };
 
 // Cells in file order. A grid that does not hold nx × ny cells (freed, or never filled)
@@ -117,8 +121,11 @@ int Region::WriteBIN(std::string dir) {
             break;
         }
         writer.Flush();
-        file.reset();
-    } catch (int) { // 1: the file cannot be created
+        // A calculator cannot tell a cut grid from a whole one, so a full disk or a
+        // failed close is the same failure as a file that cannot be opened.
+        if (writer.Failed() || std::fflush(file.get()) != 0 || std::fclose(file.release()) != 0)
+            throw 1;
+    } catch (int) { // 1: the file cannot be created or written in full
         PrintErrorBlock(
             {"ERROR:REGION OBJECT METHOD",
              "  ERROR-DETAIL:Abnormal action at Writing BIN File Method.",

@@ -48,40 +48,54 @@ TEST(Shapefile, RefusalsInTurn) {
     TempDir dir;
     const std::string d = dir.path().string(), file = dir.Write("plain", "x");
     fs::create_directory(dir.path() / "taken.shp");
+    fs::create_directory(dir.path() / "blocked.dbf");
     Shapefile shp;
     auto point = [&] { return shp.writePoint("p", Point{}); };
     auto polygon = [&] { return shp.writePolygon("q", "Slip", 1.0, kXs, kYs); };
+    auto close = [&] { return shp.close(); };
     auto create = [&](std::string path, Shapefile::ShapeType type, unsigned epsg) {
         return [&shp, path, type, epsg] { return shp.create(path, type, epsg); };
     };
     const std::string kNoPoint =
-        "Error : Shapefile::writePoint() -> Layer null or Type not POINT\n";
+        "0|Error : Shapefile::writePoint() -> Layer null or Type not POINT\n|";
     const std::string kNoPolygon =
-        "Error : Shapefile::writePolygon() -> Layer null or Type not POLYGON\n";
-    const std::string kNoLayer = "Error : Shapefile::create() -> OGRDataSource::CreateLayer()\n";
+        "0|Error : Shapefile::writePolygon() -> Layer null or Type not POLYGON\n|";
+    // Files are stored in name order, so the .dbf is the first a bad folder refuses.
+    const auto kNotStored = [](const std::string& stem) {
+        return "0|Error : Shapefile::close() -> fopen(" + stem + ".dbf)\n|";
+    };
+    const std::string kNoSource =
+        "0|Error : Shapefile::create() -> OGRSFDriver::CreateDataSource()\n|";
     const std::pair<std::function<bool()>, std::string> steps[] = {
         {point, kNoPoint},
         {polygon, kNoPolygon},
         {create(d + "/x.shp", Shapefile::POINT, 999999),
-         "Error : Shapefile::create() -> OGRSpatialReference::importFromEPSG()\n"},
+         "0|Error : Shapefile::create() -> OGRSpatialReference::importFromEPSG()\n|"},
         {point, kNoPoint}, // the failed create left it closed
-        {create(file + "/x.shp", Shapefile::POINT, 3100), kNoLayer},
-        {create(d + "/missing/x.shp", Shapefile::POINT, 3100), kNoLayer},
-        // A directory would take the layer inside it under another name.
-        {create(d + "/taken.shp", Shapefile::POINT, 3100),
-         "Error : Shapefile::create() -> OGRSFDriver::CreateDataSource()\n"},
-        {create(d + "/poly.shp", Shapefile::POLYGON, 3100), ""},
+        {close, "1||"},    // and nothing to store
+        // A folder that is a file or is missing fails the creation, as on disk.
+        {create(file + "/x.shp", Shapefile::POINT, 3100), kNoSource},
+        {create(d + "/missing/x.shp", Shapefile::POINT, 3100), kNoSource},
         {point, kNoPoint},
-        {create(d + "/point.shp", Shapefile::POINT, 3100), ""},
+        // A directory would take the layer inside it under another name.
+        {create(d + "/taken.shp", Shapefile::POINT, 3100), kNoSource},
+        {close, "1||"}, // nothing to store
+        // A file that cannot be stored at close: a directory in place of the .dbf.
+        {create(d + "/blocked.shp", Shapefile::POINT, 3100), "1||"},
+        {point, "1||"},
+        {close, kNotStored(d + "/blocked")},
+        {create(d + "/poly.shp", Shapefile::POLYGON, 3100), "1||"},
+        {point, kNoPoint},
+        {create(d + "/point.shp", Shapefile::POINT, 3100), "1||"},
         {polygon, kNoPolygon},
+        {close, "1||"},
     };
     for (size_t k = 0; k < std::size(steps); ++k)
-        EXPECT_EQ(Outcome(steps[k].first),
-                  (steps[k].second.empty() ? "1|" : "0|") + steps[k].second + "|")
-            << k;
-    shp.close();
+        EXPECT_EQ(Outcome(steps[k].first), steps[k].second) << k;
     for (const char* left : {"x.shp", "x.dbf", "x.shx", "x.prj", "taken.shp/Layer.shp"})
         EXPECT_FALSE(fs::exists(dir.path() / left)) << left;
+    for (const char* stored : {"poly.shp", "poly.dbf", "point.shp", "point.shx", "point.prj"})
+        EXPECT_TRUE(fs::is_regular_file(dir.path() / stored)) << stored;
 }
 
 } // namespace

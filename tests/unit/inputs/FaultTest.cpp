@@ -126,15 +126,23 @@ TEST(FaultMakeShapefile, OutlineInDegreesThroughUtm) {
 
 TEST(FaultMakeShapefile, UnwritableDirectory) {
     TempDir dir;
-    // Kept: a shapefile that cannot be made shows as one refusal per segment, and the
-    // answer is still true.
     Fault two = FaultOf("");
     two.segments = {Segment(0, 0, 0, 0, 1, 1), Segment(5, 5, 0, 0, 1, 1)};
+    const std::string block = ErrorBlock(kClass, {"Abnormal action at Making Shapefile Method.",
+                                                  "Particular attention should be given to \" \"."});
+    // A file that cannot be stored fails the shapefile.
+    std::filesystem::create_directory(dir.path() / "F.dbf");
+    EXPECT_EQ(Outcome([&] { return two.MakeShapefile(dir.path().string() + "/F.shp"); }),
+              "0|Error : Shapefile::close() -> fopen(" + dir.path().string() + "/F.dbf)\n|" +
+                  block);
+    // Kept: a creation the writer refuses shows as one refusal per segment, and the
+    // shapefile counts as made.
     const std::string refused =
         "Error : Shapefile::writePolygon() -> Layer null or Type not POLYGON\n";
-    EXPECT_EQ(Outcome([&] { return two.MakeShapefile(dir.path().string() + "/none/F.shp"); }),
-              "1|Error : Shapefile::create() -> OGRDataSource::CreateLayer()\n" + refused +
-                  refused + "|");
+    for (const std::string& at : {dir.path().string() + "/none/F.shp", dir.path().string()})
+        EXPECT_EQ(Outcome([&] { return two.MakeShapefile(at); }),
+                  "1|Error : Shapefile::create() -> OGRSFDriver::CreateDataSource()\n" + refused +
+                      refused + "|");
 }
 
 } // namespace

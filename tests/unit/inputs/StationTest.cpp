@@ -55,17 +55,15 @@ TEST(StationReadFile, MalformedUnreadableAndMissingFiles) {
                 ErrorBlock(kClass, {kReading, "You should check the Format of Station File."}));
         EXPECT_EQ(list.points.size(), 1u) << text;
     }
-    // A name that opens but cannot be read is an error ...
-    Station folder = StationOf(dir.path().string());
-    EXPECT_EQ(Capture([&] { return folder.ReadFile(); }).err,
-              ErrorBlock(kClass, {kReading, "Can not open file.",
-                                  "Particular attention should be given to \"Station File\"."}));
-    // ... a missing list only a warning.
-    Station missing = StationOf(dir.path().string() + "/none.txt");
-    EXPECT_EQ(Outcome([&] { return missing.ReadFile(); }),
-              "1|" + kOpen + kDone +
-                  "| WARNING:Can not open file.\n"
-                  " WARNING:Particular attention should be given to \"Station File\".\n");
+    // A list that cannot be opened, missing or a directory, is only a warning.
+    for (const std::string& path : {dir.path().string() + "/none.txt", dir.path().string()}) {
+        Station missing = StationOf(path);
+        EXPECT_EQ(Outcome([&] { return missing.ReadFile(); }),
+                  "1|" + kOpen + kDone +
+                      "| WARNING:Can not open file.\n"
+                      " WARNING:Particular attention should be given to \"Station File\".\n")
+            << path;
+    }
 }
 
 TEST(StationMakeShapefile, PointsNamesAndCoordinateSystem) {

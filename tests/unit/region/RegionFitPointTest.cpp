@@ -72,7 +72,7 @@ TEST(RegionFitPoint, ListsAndFiles) {
     EXPECT_EQ(p.result, 0);
     EXPECT_EQ(p.err, ErrorBlock("ERROR:REGION OBJECT METHOD",
                                 {"Abnormal action at Write Coast Extract File Method.",
-                                 "Particular attention should be given to \" \"."}));
+                                 "Can not open file."}));
 }
 
 } // namespace
