@@ -150,12 +150,33 @@ bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, ValueAt valueAt) {
         std::printf("Error : GeoTiff::convertRaster() -> Raster array allocation\n");
         return false;
     }
+    // Neighbouring cells mostly fall in one class (a roughness or land map holds a few
+    // values, a sea floor changes slowly), so with bounds in order the class of the last
+    // cell is tried first: any v in [lo, hi) has that class, as the search would find.
+    // A NaN fails both comparisons and goes to the search.
+    double lo = 0.0, hi = 0.0; // empty until a class is found
+    std::uint8_t cls = 0;
+    const std::size_t last = colorTable.size() - 1;
     // Pictures are stored top row first: the northernmost grid row comes first.
     std::uint8_t* out = raster.data();
     for (std::uint32_t r = 0; r < ySize; ++r) {
         const std::uint32_t j = ySize - 1 - r;
-        for (std::uint32_t i = 0; i < xSize; ++i)
-            *out++ = ClassOf(valueAt(i, j));
+        for (std::uint32_t i = 0; i < xSize; ++i) {
+            const double v = valueAt(i, j);
+            if (!(lo <= v && v < hi)) {
+                cls = ClassOf(v);
+                if (!m_ascending || std::isnan(v)) {
+                    lo = hi = 0.0;
+                } else if (v < colorTable.front().value) {
+                    lo = -HUGE_VAL;
+                    hi = colorTable.front().value;
+                } else {
+                    lo = colorTable[cls].value;
+                    hi = cls == last ? HUGE_VAL : colorTable[cls + 1].value;
+                }
+            }
+            *out++ = cls;
+        }
     }
     return true;
 }

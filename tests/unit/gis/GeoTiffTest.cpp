@@ -71,6 +71,36 @@ TEST(GeoTiffConvert, ValueToClass) {
     EXPECT_EQ(tiff.raster, (Cells{8, 0, 7, 9}));
 }
 
+// A whole raster classes each cell as the cell alone would be classed, whatever came
+// before it: slow walks, repeats, exact bounds, NaNs and infinities in between.
+TEST(GeoTiffConvert, RasterMatchesCellByCell) {
+    TempDir dir;
+    std::vector<double> values;
+    unsigned state = 12345;
+    double v = 0;
+    for (int k = 0; k < 20000; ++k) {
+        state = state * 1103515245u + 12345u;
+        const unsigned pick = (state >> 16) % 100;
+        if (pick < 3)
+            values.push_back(pick == 0 ? NAN : pick == 1 ? INFINITY : -INFINITY);
+        else if (pick < 10)
+            values.push_back(std::round(v)); // on a bound
+        else
+            values.push_back(v += ((state >> 8) % 2001 - 1000.0) / 700.0);
+    }
+    for (const char* table : {"-3 0 0 0\n0 0 0 0\n2 0 0 0\n2 0 0 0\n7 0 0 0\n",
+                              "5 0 0 0\n-5 0 0 0\n0 0 0 0\n9 0 0 0\n", "1 0 0 0\n"}) {
+        GeoTiff tiff;
+        ASSERT_TRUE(tiff.initialize(dir.Write("t", table)));
+        ASSERT_TRUE(tiff.convertRaster(static_cast<std::uint32_t>(values.size()), 1, values));
+        const Cells whole = tiff.raster;
+        for (std::size_t k = 0; k < values.size(); ++k) {
+            ASSERT_TRUE(tiff.convertRaster(1, 1, std::vector<double>{values[k]}));
+            ASSERT_EQ(whole[k], tiff.raster[0]) << table << " value " << values[k] << " at " << k;
+        }
+    }
+}
+
 TEST(GeoTiff, RefusalsInTurn) {
     TempDir dir;
     const std::string d = dir.path().string(), e = "Error : GeoTiff::";
