@@ -63,14 +63,18 @@ Extremes ExtremesOf(const double* values, std::size_t count) {
 void GridValues::Finish(SecondCore* second) {
     values.resize(std::min(values.size(), static_cast<std::size_t>(valueCount)));
     ids.resize(std::min(ids.size(), static_cast<std::size_t>(idCount)));
-    const std::size_t half = values.size() / 2;
+    const std::size_t from = std::min(knownCount_, values.size());
+    const double* rest = values.data() + from;
+    const std::size_t restCount = values.size() - from;
+    const std::size_t half = restCount / 2;
     Extremes later;
-    if (second != nullptr)
-        second->Start([&] { later = ExtremesOf(values.data() + half, values.size() - half); });
+    if (second != nullptr && half > 0)
+        second->Start([&] { later = ExtremesOf(rest + half, restCount - half); });
     else
-        later = ExtremesOf(values.data() + half, values.size() - half);
-    extremes = ExtremesOf(values.data(), half);
-    if (second != nullptr)
+        later = ExtremesOf(rest + half, restCount - half);
+    extremes = from == knownCount_ ? known_ : ExtremesOf(values.data(), from);
+    extremes.Append(ExtremesOf(rest, half));
+    if (second != nullptr && half > 0)
         second->Wait();
     extremes.Append(later);
     extremes.Append(beyondKeep_);

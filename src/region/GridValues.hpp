@@ -100,6 +100,20 @@ struct GridValues {
         valueCount = mark.valueCount;
         idCount = mark.idCount;
         beyondKeep_ = mark.beyondKeep;
+        if (static_cast<std::size_t>(mark.valueCount) < knownCount_) {
+            known_ = {};
+            knownCount_ = 0;
+        }
+    }
+
+    // A reader that has just written values[from, from + count) may give their extremes
+    // while the values are still in cache; Finish then scans only what follows the run of
+    // values given this way from the start.
+    void NoteExtremes(std::size_t from, std::size_t count, const Extremes& part) {
+        if (from != knownCount_)
+            return;
+        known_.Append(part);
+        knownCount_ += count;
     }
 
     // Trims the lists to the values stored and sets the extremes of all values met,
@@ -119,4 +133,6 @@ struct GridValues {
     }
 
     Extremes beyondKeep_;
+    Extremes known_;            // of values[0, knownCount_)
+    std::size_t knownCount_ = 0;
 };

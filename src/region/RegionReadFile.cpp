@@ -7,6 +7,9 @@
 #include "region/TextGridReader.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <bit>
@@ -75,6 +78,41 @@ template <class T> T Load(const unsigned char* bytes) {
     T value;
     std::memcpy(&value, bytes, sizeof(T));
     return value;
+}
+
+// Reads `bytes` bytes at `offset` of a regular file without moving its stream; false when
+// the file ends first or a read fails.
+[[nodiscard]] bool ReadBytesAt(int fd, off_t offset, unsigned char* into, std::size_t bytes) {
+    while (bytes > 0) {
+        const ssize_t got = pread(fd, into, bytes, offset);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        into += got;
+        offset += got;
+        bytes -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+// Widens records [first, first + n) of the records at `at` into values[first, ...) with
+// `convert`, a bounded buffer at a time, and gives their extremes.
+template <class Convert>
+[[nodiscard]] bool ReadRecordsAt(int fd, off_t at, std::size_t first, std::size_t n,
+                                 std::size_t recordBytes, const Convert& convert,
+                                 const double* values, Extremes& extremes) {
+    const std::size_t chunk = kBinaryBufferBytes / 2 / recordBytes;
+    auto buffer = std::make_unique<unsigned char[]>(std::min(n, chunk) * recordBytes);
+    for (std::size_t k = first; k < first + n; k += chunk) {
+        const std::size_t m = std::min(chunk, first + n - k);
+        if (!ReadBytesAt(fd, at + static_cast<off_t>(k * recordBytes), buffer.get(),
+                         m * recordBytes))
+            return false;
+        convert(buffer.get(), k, m);
+        extremes.Append(ExtremesOf(values + k, m));
+    }
+    return true;
 }
 
 // Binary grid: header, then nx × ny floats, or for construction-line data the entry list
@@ -167,8 +205,47 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
     std::size_t done = 0;
     const unsigned char* partial = nullptr; // a last, incomplete record
     std::size_t partialBytes = 0;
-    auto buffer = std::make_unique<unsigned char[]>(kBinaryBufferBytes);
-    while (done < total) {
+    unsigned char lastRecord[8];
+    bool readAll = false;
+    if (second && fileBytes >= 0) {
+        // Each core reads its own half of a regular file, so no copy waits for the other
+        // side, and takes the extremes of what it widened while it is still in cache.
+        const off_t at = ftello(f);
+        const std::int64_t available = at < 0 ? -1 : std::max<std::int64_t>(fileBytes - at, 0);
+        const std::size_t whole =
+            available < 0 ? 0 : std::min(total, static_cast<std::size_t>(available) / recordBytes);
+        const std::size_t rest = available < 0 ? 0 : static_cast<std::size_t>(available) - whole * recordBytes;
+        const std::size_t half = whole / 2;
+        Extremes earlier, later;
+        bool laterRead = false;
+        if (available >= 0) {
+            second->Start([&] {
+                laterRead = ReadRecordsAt(fileno(f), at, half, whole - half, recordBytes, convert,
+                                          values, later);
+            });
+            const bool earlierRead =
+                ReadRecordsAt(fileno(f), at, 0, half, recordBytes, convert, values, earlier);
+            second->Wait();
+            const bool lastRead =
+                whole == total ||
+                ReadBytesAt(fileno(f), at + static_cast<off_t>(whole * recordBytes), lastRecord,
+                            std::min(rest, recordBytes - 1));
+            if (earlierRead && laterRead && lastRead) {
+                readAll = true;
+                done = whole;
+                consumed += static_cast<std::int64_t>(whole * recordBytes);
+                if (whole < total) {
+                    partial = lastRecord;
+                    partialBytes = std::min(rest, recordBytes - 1);
+                    consumed += static_cast<std::int64_t>(partialBytes);
+                }
+                out.NoteExtremes(0, half, earlier);
+                out.NoteExtremes(half, whole - half, later);
+            }
+        }
+    }
+    auto buffer = std::make_unique<unsigned char[]>(readAll ? 0 : kBinaryBufferBytes);
+    while (!readAll && done < total) {
         const std::size_t want = std::min((total - done) * recordBytes, kBinaryBufferBytes);
         const std::size_t got = std::fread(buffer.get(), 1, want, f);
         const std::size_t records = got / recordBytes;

@@ -159,12 +159,14 @@ constexpr auto kCharKinds = [] {
     return kinds;
 }();
 
-// One side's share of a split region: values go to [at, limit) of the common list.
+// One side's share of a split region: values go to [at, limit) of the common list. Their
+// extremes are kept on the way, which costs less than reading them all again later.
 struct SliceOut {
     double* at;
     double* limit;
     std::size_t count = 0;
     bool full = false;
+    Extremes extremes;
 
     [[gnu::always_inline]] void AddValue(double value) {
         if (at == limit) {
@@ -173,6 +175,7 @@ struct SliceOut {
         }
         *at++ = value;
         ++count;
+        extremes.Add(value);
     }
 };
 
@@ -462,22 +465,24 @@ bool TextGridReader::ReadLinesSplit(const char* begin, const char* end, GridValu
     bool laterRead = false;
     std::size_t earlierCount = 0;
     std::size_t laterCount = 0;
+    Extremes laterExtremes;
     const char* const rest = buffer_.get() + start_;
     const std::size_t restLength = stop_ - start_;
     second_->Start([&] {
         const std::size_t ahead = CountTokens(begin, split);
         bool read = false;
-        SliceOut later{limit, limit};
+        SliceOut later{limit, limit, 0, false, {}};
         if (ahead <= static_cast<std::size_t>(limit - values) - base) {
             later.at = values + base + ahead;
             read = ReadLinesByBlock(split, end, later, secondConvert_) && !later.full;
         }
         earlierCount = ahead;
         laterCount = later.count;
+        laterExtremes = later.extremes;
         laterRead = read;
         FillSpare(rest, restLength);
     });
-    SliceOut earlier{values + base, limit};
+    SliceOut earlier{values + base, limit, 0, false, {}};
     const bool earlierRead = ReadLinesByBlock(begin, split, earlier, convert_) && !earlier.full;
     second_->Wait();
     // Both sides meet the same token starts, so a side that read all its lines wrote
@@ -485,6 +490,8 @@ bool TextGridReader::ReadLinesSplit(const char* begin, const char* end, GridValu
     if (!earlierRead || !laterRead || earlier.count != earlierCount)
         return false;
     out.valueCount += static_cast<std::int64_t>(earlierCount + laterCount);
+    out.NoteExtremes(base, earlierCount, earlier.extremes);
+    out.NoteExtremes(base + earlierCount, laterCount, laterExtremes);
     return true;
 }
 

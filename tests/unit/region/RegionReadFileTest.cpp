@@ -3,7 +3,9 @@
 #include "region/RegionTestSupport.hpp"
 #include "support/TempDir.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <tuple>
 #include <vector>
 
@@ -165,6 +167,86 @@ TEST(RegionReadFile, ShortBinaryRepeatsTheLastValueButAbsurdHeadersFail) {
                                      std::string("          NX > ") + nx,
                                      std::string("          NY > ") + ny}));
     }
+}
+
+// Grids of a million values and more are read by both cores, each its own half: whole,
+// short by records and a partial one, values and pairs alike, they must read as the
+// plain sequential rules say, extremes included.
+TEST(RegionReadFile, LargeBinaryReadOnBothCoresAsSequentially) {
+    TempDir dir;
+    constexpr int nx = 1100, ny = 1000; // past the size that is split
+    constexpr std::size_t cells = std::size_t{nx} * ny;
+    for (const RType kind : {TPG_R, CLD_R}) {
+        const std::size_t perCell = kind == CLD_R ? 2 : 1; // construction lines: two pairs
+        const std::size_t count = cells * perCell;
+        std::vector<float> values(count);
+        for (std::size_t k = 0; k < count; ++k)
+            values[k] = static_cast<float>(static_cast<int>(k * 7919 % 20011) - 10000) / 100.0f;
+        values[0] = -0.0f;
+        values[count / 3] = NAN; // not first: passed over by the extremes
+        values[count / 5] = -500.0f; // the extremes lie in different halves
+        values[count * 3 / 4] = 500.0f;
+        const std::size_t record = perCell == 2 ? 8 : 4;
+        // Whole, or short by ten records and all but 5 bytes (a pair's value) or 1 byte.
+        for (const std::size_t cut : {std::size_t{0}, 10 * record + 3}) {
+            SCOPED_TRACE(std::to_string(kind) + " cut " + std::to_string(cut));
+            Bytes bytes;
+            bytes.Header(0, 0, nx, ny, 1.0f);
+            if (perCell == 2)
+                bytes.Put(std::int32_t{0});
+            for (std::size_t k = 0; k < count; ++k) {
+                bytes.Put(values[k]);
+                if (perCell == 2)
+                    bytes.Put(static_cast<std::int32_t>(k % 97));
+            }
+            const std::string file = bytes.str().substr(0, bytes.str().size() - cut);
+            const Read r = ReadAs(dir, file, kind, "large.bin");
+            ASSERT_EQ(r.printed.result, 1) << r.printed.err;
+            // Records past the end repeat the last whole one; a cut pair whose value is
+            // whole gives its value.
+            const std::size_t whole = cut == 0 ? count : count - 11;
+            const double last = perCell == 2 && cut != 0 ? values[whole] : values[whole - 1];
+            double max = -HUGE_VAL, min = HUGE_VAL;
+            for (std::size_t k = 0; k < count; ++k) {
+                const double expected = k < whole ? values[k] : last;
+                const std::size_t cell = k / perCell, slot = k % perCell;
+                const int i = static_cast<int>(cell % nx), j = static_cast<int>(cell / nx);
+                const double got =
+                    perCell == 2 ? r.region.pairGrid[i][j][slot] : r.region.grid[i][j];
+                ASSERT_TRUE(std::memcmp(&got, &expected, sizeof got) == 0 ||
+                            (std::isnan(got) && std::isnan(expected)))
+                    << k << ": " << got << " vs " << expected;
+                if (perCell == 2) {
+                    ASSERT_EQ(r.region.pairIntGrid[i][j][slot],
+                              static_cast<int>((k < whole ? k : whole - 1) % 97))
+                        << k;
+                }
+                if (!std::isnan(expected)) {
+                    max = std::max(max, expected);
+                    min = std::min(min, expected);
+                }
+            }
+            EXPECT_EQ(r.region.valMax, max);
+            EXPECT_EQ(r.region.valMin, min);
+        }
+    }
+}
+
+// A text grid large enough to be read on both cores: its extremes are gathered by each
+// side on the way and must be those of the whole sequence.
+TEST(RegionReadFile, LargeTextExtremesFromBothSides) {
+    TempDir dir;
+    constexpr int nx = 1000, ny = 1500; // about 11 MB of text
+    std::string text = std::to_string(nx) + " " + std::to_string(ny) + "\n0 0\n";
+    for (int k = 0; k < nx * ny; ++k) {
+        const int v = k == 100 ? -99999 : k == nx * ny - 100 ? 99999 : k * 37 % 1000;
+        text += std::to_string(v) + ".25" + (k % nx == nx - 1 ? "\n" : " ");
+    }
+    const Read r = ReadAs(dir, text);
+    ASSERT_EQ(r.printed.result, 1) << r.printed.err;
+    EXPECT_EQ(r.region.valMax, 99999.25);
+    EXPECT_EQ(r.region.valMin, -99999.25);
+    EXPECT_EQ(r.region.grid[nx - 1][ny - 1], (nx * ny - 1) * 37 % 1000 + 0.25);
 }
 
 } // namespace
