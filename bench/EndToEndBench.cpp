@@ -597,7 +597,7 @@ int main(int argc, char** argv) {
     const double plain = Best(repeat, [&] { values = GetlineStrtod(project.grids); });
 
     RunResult best;
-    long long lowestPeak = 0;
+    long long highestPeak = 0; // memory is judged by the worst run
     for (int r = 0; r < repeat; ++r) {
         const RunResult run = RunChild(dir);
         if (!run.ok) {
@@ -608,7 +608,7 @@ int main(int argc, char** argv) {
         }
         if (r == 0 || run.seconds < best.seconds)
             best = run;
-        lowestPeak = r == 0 ? run.peak : std::min(lowestPeak, run.peak);
+        highestPeak = std::max(highestPeak, run.peak);
     }
 
     double topographyBytes = 0.0;
@@ -625,19 +625,19 @@ int main(int argc, char** argv) {
     for (const Stage& stage : best.stages)
         std::printf("  %-30s %8.3f s\n", stage.name.c_str(), stage.seconds);
     std::printf("  %-30s %8.3f s   (fork to exit)\n", "whole run", best.seconds);
-    std::printf("  %-30s %8.1f MiB\n", "peak memory", static_cast<double>(lowestPeak) / kMegabyte);
+    std::printf("  %-30s %8.1f MiB\n", "peak memory", static_cast<double>(highestPeak) / kMegabyte);
     std::printf("\nPlain std::getline + strtod over the %zu text grids (%.0f MB, %.1f M values): "
                 "%.3f s\n",
                 project.grids.size(), textBytes / 1e6, static_cast<double>(values) / 1e6, plain);
 
     const double timeRatio = best.seconds / plain;
-    const double memoryRatio = static_cast<double>(lowestPeak) / memoryGoal;
+    const double memoryRatio = static_cast<double>(highestPeak) / memoryGoal;
     std::printf("\nGoals:\n");
     std::printf("  whole run <= 0.5 x plain parse: %.3f s vs %.3f s, ratio %.2f  %s\n",
                 best.seconds, 0.5 * plain, timeRatio, timeRatio <= 0.5 ? "met" : "NOT met");
     std::printf("  peak memory <= topographies + 3 largest grids + 64 MiB = %.1f MiB: %.1f MiB, "
                 "%.2f of it  %s\n",
-                memoryGoal / kMegabyte, static_cast<double>(lowestPeak) / kMegabyte, memoryRatio,
+                memoryGoal / kMegabyte, static_cast<double>(highestPeak) / kMegabyte, memoryRatio,
                 memoryRatio <= 1.0 ? "met" : "NOT met");
 
     if (keepFiles) {

@@ -90,7 +90,8 @@ const Region& BaseTopography(const RegionMap& topographies, int baseRegionNo) {
 int TideLevel(double tideWaterLevel) {
     if (std::isnan(tideWaterLevel))
         return 0;
-    return static_cast<int>(std::clamp(std::trunc(tideWaterLevel), double{INT_MIN}, double{INT_MAX}));
+    return static_cast<int>(
+        std::clamp(std::trunc(tideWaterLevel), double{INT_MIN}, double{INT_MAX}));
 }
 
 // A failed construction-line step names itself and the region's spacing before its code.
