@@ -6,7 +6,6 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <type_traits>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -294,8 +293,7 @@ inline std::size_t BitCount(std::uint64_t x) {
 // values back and reads the lines again. Adds exactly one value per token start up to
 // that point. Bytes after `end` are readable.
 template <class Out>
-[[gnu::always_inline]] inline bool ReadLinesByBlockInto(const char* begin, const char* end,
-                                                        Out& out, TokenConverter& convert) {
+bool ReadLinesByBlock(const char* begin, const char* end, Out& out, TokenConverter& convert) {
     std::uint64_t breakBefore = 1; // begin starts a piece
     const char* lineStart = begin;
     for (const char* block = begin; block < end; block += 64) {
@@ -316,20 +314,6 @@ template <class Out>
         }
     }
     return true;
-}
-
-template <class Out>
-bool ReadLinesByBlock(const char* begin, const char* end, Out& out, TokenConverter& convert) {
-    if constexpr (std::is_same_v<Out, SliceOut>) {
-        // A share's state is kept in registers: written through the reference it would
-        // go through memory with every value, as the calls in between might read it.
-        SliceOut local = out;
-        const bool read = ReadLinesByBlockInto(begin, end, local, convert);
-        out = local;
-        return read;
-    } else {
-        return ReadLinesByBlockInto(begin, end, out, convert);
-    }
 }
 
 // The number of token starts ReadLinesByBlock meets in [begin, end).
