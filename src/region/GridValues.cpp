@@ -2,6 +2,10 @@
 
 #include "region/SecondCore.hpp"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 void Extremes::Append(const Extremes& later) {
     if (!later.any_)
         return;
@@ -37,13 +41,33 @@ Extremes ExtremesOf(const double* values, std::size_t count) {
     // wins a comparison, so the pairs pass over it.
     double max[4] = {values[k], values[k], values[k], values[k]};
     double min[4] = {values[k], values[k], values[k], values[k]};
-    for (++k; k + 4 <= count; k += 4) {
+    ++k;
+#if defined(__SSE2__)
+    // maxpd(v, m) is v > m ? v : m and minpd(v, m) is v < m ? v : m, m when v is a NaN:
+    // the comparisons below, two lanes at a time.
+    __m128d max01 = _mm_set1_pd(max[0]), max23 = max01;
+    __m128d min01 = max01, min23 = max01;
+    for (; k + 4 <= count; k += 4) {
+        const __m128d v01 = _mm_loadu_pd(values + k);
+        const __m128d v23 = _mm_loadu_pd(values + k + 2);
+        max01 = _mm_max_pd(v01, max01);
+        max23 = _mm_max_pd(v23, max23);
+        min01 = _mm_min_pd(v01, min01);
+        min23 = _mm_min_pd(v23, min23);
+    }
+    _mm_storeu_pd(max, max01);
+    _mm_storeu_pd(max + 2, max23);
+    _mm_storeu_pd(min, min01);
+    _mm_storeu_pd(min + 2, min23);
+#else
+    for (; k + 4 <= count; k += 4) {
         for (std::size_t lane = 0; lane < 4; ++lane) {
             const double value = values[k + lane];
             max[lane] = max[lane] < value ? value : max[lane];
             min[lane] = value < min[lane] ? value : min[lane];
         }
     }
+#endif
     for (; k < count; ++k) {
         max[0] = max[0] < values[k] ? values[k] : max[0];
         min[0] = values[k] < min[0] ? values[k] : min[0];
