@@ -16,6 +16,27 @@
 
 namespace bench {
 
+// "-1234.56" without printf, so that generating millions of grid values takes a moment only.
+inline char* AppendFixed2(char* out, long long centimetres) {
+    if (centimetres < 0) {
+        *out++ = '-';
+        centimetres = -centimetres;
+    }
+    char digits[24];
+    int n = 0;
+    long long whole = centimetres / 100;
+    do {
+        digits[n++] = static_cast<char>('0' + whole % 10);
+        whole /= 10;
+    } while (whole > 0);
+    while (n > 0)
+        *out++ = digits[--n];
+    *out++ = '.';
+    *out++ = static_cast<char>('0' + centimetres / 10 % 10);
+    *out++ = static_cast<char>('0' + centimetres % 10);
+    return out;
+}
+
 inline double Seconds(const std::function<void()>& work) {
     const auto start = std::chrono::steady_clock::now();
     work();

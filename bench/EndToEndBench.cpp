@@ -38,6 +38,7 @@
 
 namespace {
 
+using bench::AppendFixed2;
 using bench::Best;
 
 constexpr int kValuesPerLine = 10;   // grid lines stay far below the reader's line pieces
@@ -59,27 +60,6 @@ volatile double gSink = 0.0;
 double Now() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
-}
-
-// "-1234.56" without printf, so that millions of values take a moment only.
-char* AppendFixed2(char* out, long long centimetres) {
-    if (centimetres < 0) {
-        *out++ = '-';
-        centimetres = -centimetres;
-    }
-    char digits[24];
-    int n = 0;
-    long long whole = centimetres / 100;
-    do {
-        digits[n++] = static_cast<char>('0' + whole % 10);
-        whole /= 10;
-    } while (whole > 0);
-    while (n > 0)
-        *out++ = digits[--n];
-    *out++ = '.';
-    *out++ = static_cast<char>('0' + centimetres / 10 % 10);
-    *out++ = static_cast<char>('0' + centimetres % 10);
-    return out;
 }
 
 char* AppendText(char* out, const char* text) {

@@ -34,6 +34,7 @@
 
 namespace {
 
+using bench::AppendFixed2;
 using bench::Best;
 using bench::PeakBytes;
 using bench::Seconds;
@@ -55,27 +56,6 @@ long long Centimetres(int i, int j, int nx, int ny) {
     const double relief = 800.0 * std::sin(23.0 * x + 7.0 * y) * std::cos(17.0 * y - 3.0 * x);
     const double noise = static_cast<double>((i * 7919 + j * 104729) % 997) / 10.0;
     return std::llround((shelf + relief + noise) * 100.0);
-}
-
-// "-1234.56" without printf, so generating millions of values takes a moment only.
-char* AppendFixed2(char* out, long long centimetres) {
-    if (centimetres < 0) {
-        *out++ = '-';
-        centimetres = -centimetres;
-    }
-    char digits[24];
-    int n = 0;
-    long long whole = centimetres / 100;
-    do {
-        digits[n++] = static_cast<char>('0' + whole % 10);
-        whole /= 10;
-    } while (whole > 0);
-    while (n > 0)
-        *out++ = digits[--n];
-    *out++ = '.';
-    *out++ = static_cast<char>('0' + centimetres / 10 % 10);
-    *out++ = static_cast<char>('0' + centimetres % 10);
-    return out;
 }
 
 bool WriteTextGrid(const std::string& path, int nx, int ny) {
