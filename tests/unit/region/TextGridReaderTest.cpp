@@ -38,9 +38,9 @@ std::vector<double> ReferenceValues(const std::string& path) {
 }
 
 GridValues ReadAll(const std::string& path, std::size_t bufferBytes, bool secondCore,
-                   std::size_t room) {
+                   std::size_t room, TextGridReader::Instructions instructions) {
     FilePtr file(std::fopen(path.c_str(), "r"));
-    TextGridReader reader(file.get(), bufferBytes, secondCore);
+    TextGridReader reader(file.get(), bufferBytes, secondCore, instructions);
     GridValues values;
     values.Prepare(1u << 30, room, false);
     reader.ReadValues(values);
@@ -101,10 +101,13 @@ TEST(TextGridReader, ValuesAreTheCLibrarysOnEitherPath) {
         Extremes extremes;
         for (double v : expected)
             extremes.Add(v);
-        for (bool secondCore : {false, true}) {
-            const GridValues got = ReadAll(path, 20000, secondCore, 1000);
-            const std::string what =
-                "seed " + std::to_string(seed) + (secondCore ? " two" : " one");
+        for (int run = 0; run < 4; ++run) {
+            const bool secondCore = run % 2 == 1;
+            const auto instructions = run < 2 ? TextGridReader::Instructions::kPortable
+                                              : TextGridReader::Instructions::kBest;
+            const GridValues got = ReadAll(path, 20000, secondCore, 1000, instructions);
+            const std::string what = "seed " + std::to_string(seed) +
+                                     (secondCore ? " two" : " one") + (run < 2 ? " portable" : "");
             ASSERT_EQ(got.valueCount, static_cast<std::int64_t>(expected.size())) << what;
             ASSERT_EQ(got.values.size(), expected.size());
             EXPECT_EQ(std::memcmp(got.values.data(), expected.data(), 8 * expected.size()), 0)
