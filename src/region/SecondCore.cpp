@@ -1,6 +1,34 @@
 #include "region/SecondCore.hpp"
 
+#include <chrono>
 #include <system_error>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace {
+
+// Jobs come in runs, one per buffer of a file a fraction of a millisecond apart. A thread
+// that sleeps between them is woken by the kernel, which on a virtual machine can take
+// longer than the job itself; so each side first watches the flag for about as long as a
+// job takes, and only then sleeps.
+constexpr auto kSpin = std::chrono::microseconds(2000);
+
+template <class Done> bool SpinUntil(const Done& done) {
+    const auto until = std::chrono::steady_clock::now() + kSpin;
+    for (int round = 0;; ++round) {
+        if (done())
+            return true;
+        if (round % 64 == 63 && std::chrono::steady_clock::now() > until)
+            return false;
+#if defined(__SSE2__)
+        _mm_pause();
+#endif
+    }
+}
+
+} // namespace
 
 std::unique_ptr<SecondCore> SecondCore::StartIfUseful() {
     if (std::thread::hardware_concurrency() < 2)
@@ -33,18 +61,24 @@ void SecondCore::Start(std::function<void()> job) {
 }
 
 void SecondCore::Wait() {
+    if (SpinUntil([this] { return !busy_.load(std::memory_order_acquire); }))
+        return;
     std::unique_lock<std::mutex> lock(mutex_);
     wake_.wait(lock, [this] { return !busy_; });
 }
 
 void SecondCore::Loop() {
-    std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
+        (void)SpinUntil([this] { return busy_.load(std::memory_order_acquire) || quit_; });
+        std::unique_lock<std::mutex> lock(mutex_);
         wake_.wait(lock, [this] { return busy_ || quit_; });
         if (busy_) {
-            std::function<void()> job = std::move(job_);
-            lock.unlock();
-            job();
+            {
+                // Gone before the caller can see the job done and end what it refers to.
+                const std::function<void()> job = std::move(job_);
+                lock.unlock();
+                job();
+            }
             lock.lock();
             busy_ = false;
             wake_.notify_all();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -31,7 +32,8 @@ class SecondCore {
     std::mutex mutex_;
     std::condition_variable wake_;
     std::function<void()> job_;
-    bool busy_ = false;
-    bool quit_ = false;
+    // Written under the mutex, read without it while spinning.
+    std::atomic<bool> busy_ = false;
+    std::atomic<bool> quit_ = false;
     std::thread thread_; // last, so it starts after the members it uses exist
 };
