@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -51,6 +52,26 @@ inline double Best(
     for (int r = 0; r < repeat; ++r) {
         best = std::min(best, Seconds(work));
         after();
+    }
+    return best;
+}
+
+// A piece of work to time, and what to run untimed after each run of it.
+struct Timed {
+    std::function<void()> work;
+    std::function<void()> after = [] {};
+};
+
+// The shortest of `repeat` runs of each job, the jobs taking turns (A B C A B C ...), so
+// that a quiet or busy spell of a shared machine falls on all of them alike and their
+// ratios hold from one run of the program to the next.
+inline std::vector<double> BestTakingTurns(int repeat, const std::vector<Timed>& jobs) {
+    std::vector<double> best(jobs.size(), 1e300);
+    for (int r = 0; r < repeat; ++r) {
+        for (std::size_t j = 0; j < jobs.size(); ++j) {
+            best[j] = std::min(best[j], Seconds(jobs[j].work));
+            jobs[j].after();
+        }
     }
     return best;
 }

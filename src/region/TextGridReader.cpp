@@ -448,6 +448,8 @@ TextGridReader::TextGridReader(std::FILE* file, std::size_t bufferBytes, bool us
       second_(useSecondCore ? SecondCore::StartIfUseful() : nullptr),
       vectorBlocks_(instructions == Instructions::kBest && ProcessorHasVectorBlocks()) {}
 
+bool TextGridReader::VectorBlocksAvailable() { return ProcessorHasVectorBlocks(); }
+
 TextGridReader::~TextGridReader() = default;
 
 void TextGridReader::Refill() {

@@ -54,6 +54,8 @@ class TextGridReader {
     // Every remaining line as alternating tokens: even positions (0, 2, ...) are reals,
     // odd positions integer identifiers; the position starts again at 0 on every line.
     void ReadValuePairs(GridValues& out);
+    // Whether Instructions::kBest means the vector build on this processor.
+    [[nodiscard]] static bool VectorBlocksAvailable();
     // The helper thread, if any, for the caller's own work on the values.
     [[nodiscard]] SecondCore* Helper() const { return second_.get(); }
 
