@@ -167,6 +167,13 @@ constexpr auto kCharKinds = [] {
     return kinds;
 }();
 
+// Whether strtod may read on past a plain number followed by `c`. Not a table lookup in
+// the scans themselves: they are also built for newer processors, and a library template
+// instantiated there could be the copy an older processor ends up calling.
+inline bool NumberGoesOn(char c) {
+    return kCharKinds[static_cast<unsigned char>(c)] == CharKind::kNumberGoesOn;
+}
+
 // One side's share of a split region, or the room left in a single reader's list: values
 // go to [at, limit) of the common list.
 struct SliceOut {
@@ -392,8 +399,8 @@ inline BlockMasks ClassifyBlock(const char* block) {
     const std::uint64_t mantissa = (both & 0xFFFFFFFFu) * 100000000u + (both >> 32);
     const double magnitude = static_cast<double>(static_cast<std::int64_t>(mantissa)) /
                              numberparse::kExactPow10[fracCount];
-    value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(magnitude) |
-                                  static_cast<std::uint64_t>(negative) << 63);
+    value = __builtin_bit_cast(double, __builtin_bit_cast(std::uint64_t, magnitude) |
+                                           static_cast<std::uint64_t>(negative) << 63);
     return q + length;
 }
 

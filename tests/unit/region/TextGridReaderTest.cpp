@@ -56,7 +56,10 @@ std::string RandomGridText(unsigned seed, int lines) {
     const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
     const std::vector<std::string> odd = {"1e5", "0x1F", "inf", "nan", ".", "+2", "12345678.9",
                                           "1.12345678", "007", "-0", "3.", ".25", "1.5e",
-                                          "99999999999999999999", "abc"};
+                                          "99999999999999999999", "abc", "1.5E3", "2X", "1.2.3",
+                                          "-.5", "+.5", "-0.00", "9007199254740993",
+                                          "999999999999999", "1234567890123456",
+                                          "12345678.123456", "12345678.1234567", "5.x"};
     const std::vector<std::string> separators = {" ", " ", " ", "  ", "\t", " \t "};
     std::string text;
     for (int l = 0; l < lines; ++l) {
@@ -116,6 +119,36 @@ TEST(TextGridReader, ValuesAreTheCLibrarysOnEitherPath) {
                                         {extremes.Max(), extremes.Min()}};
             EXPECT_EQ(std::memcmp(pairs[0], pairs[1], sizeof pairs[0]), 0) << what;
         }
+    }
+}
+
+// Every split of up to 17 digits around a point, signed and not, so that each shape the
+// vector scan takes (at most 15 characters after the sign) and each it hands on is met.
+TEST(TextGridReader, EveryDigitCountOnEitherPath) {
+    std::mt19937 random(7);
+    std::string text;
+    for (int sign = 0; sign < 2; ++sign)
+        for (int intCount = 0; intCount <= 17; ++intCount)
+            for (int fracCount = -1; fracCount <= 17; ++fracCount) { // -1: no point
+                for (int copy = 0; copy < 3; ++copy) {
+                    std::string token = sign ? "-" : "";
+                    for (int d = 0; d < intCount; ++d)
+                        token += static_cast<char>('0' + random() % 10);
+                    if (fracCount >= 0)
+                        token += '.';
+                    for (int d = 0; d < fracCount; ++d)
+                        token += static_cast<char>('0' + random() % 10);
+                    text += token + (copy == 2 ? "\n" : " ");
+                }
+            }
+    TempDir dir;
+    const std::string path = dir.Write("digits.txt", text);
+    const std::vector<double> expected = ReferenceValues(path);
+    for (const auto instructions :
+         {TextGridReader::Instructions::kPortable, TextGridReader::Instructions::kBest}) {
+        const GridValues got = ReadAll(path, 1 << 20, false, 1 << 20, instructions);
+        ASSERT_EQ(got.valueCount, static_cast<std::int64_t>(expected.size()));
+        EXPECT_EQ(std::memcmp(got.values.data(), expected.data(), 8 * expected.size()), 0);
     }
 }
 
