@@ -573,12 +573,14 @@ int main(int argc, char** argv) {
         std::printf("  %-8s %5d x %-5d\n", names[r], project.regions[r].nx,
                     project.regions[r].ny);
 
+    // The plain parse and the run take turns, so a slow spell of this shared machine
+    // falls on both sides of the ratio rather than on one.
     std::size_t values = 0;
-    const double plain = Best(repeat, [&] { values = GetlineStrtod(project.grids); });
-
+    double plain = 1e300;
     RunResult best;
     long long highestPeak = 0; // memory is judged by the worst run
     for (int r = 0; r < repeat; ++r) {
+        plain = std::min(plain, Best(1, [&] { values = GetlineStrtod(project.grids); }));
         const RunResult run = RunChild(dir);
         if (!run.ok) {
             std::fprintf(stderr, "the run failed; its console is in %s/run.stdout and "
