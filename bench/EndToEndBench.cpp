@@ -39,7 +39,7 @@
 namespace {
 
 using bench::AppendFixed2;
-using bench::Best;
+using bench::Seconds;
 
 constexpr int kValuesPerLine = 10;   // grid lines stay far below the reader's line pieces
 constexpr int kCellsPerClLine = 5;   // construction-line lines hold whole cells (4 tokens)
@@ -580,7 +580,7 @@ int main(int argc, char** argv) {
     RunResult best;
     long long highestPeak = 0; // memory is judged by the worst run
     for (int r = 0; r < repeat; ++r) {
-        plain = std::min(plain, Best(1, [&] { values = GetlineStrtod(project.grids); }));
+        plain = std::min(plain, Seconds([&] { values = GetlineStrtod(project.grids); }));
         const RunResult run = RunChild(dir);
         if (!run.ok) {
             std::fprintf(stderr, "the run failed; its console is in %s/run.stdout and "

@@ -9,7 +9,8 @@
 // filling fresh memory of the grid's size (what any reader pays for the grid itself), and
 // prints the peak memory of each call and which goals are met. Every timing is the best
 // of --repeat runs (default 3); a reader and the baselines it is judged against take
-// turns, so that a busy spell of the machine does not fall on one of them only. The grid's console summaries go to /dev/null meanwhile.
+// turns, so that a busy spell of the machine does not fall on one of them only. The
+// grid's console summaries go to /dev/null meanwhile.
 
 #include "BenchSupport.hpp"
 #include "project/FilePtr.hpp"

@@ -414,19 +414,6 @@ inline BlockMasks ClassifyBlock(const char* block) {
 #endif
 #endif // SEAFORGE_VECTOR_BLOCKS
 
-bool ProcessorHasVectorBlocks() {
-#if SEAFORGE_VECTOR_BLOCKS
-    static const bool has = [] {
-        __builtin_cpu_init();
-        return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-               __builtin_cpu_supports("popcnt");
-    }();
-    return has;
-#else
-    return false;
-#endif
-}
-
 bool ReadBlocks(const char* begin, const char* end, SliceOut& out, TokenConverter& convert,
                 bool vectorBlocks) {
 #if SEAFORGE_VECTOR_BLOCKS
@@ -453,9 +440,20 @@ TextGridReader::TextGridReader(std::FILE* file, std::size_t bufferBytes, bool us
     : file_(file), capacity_(std::max(bufferBytes, 2 * kPieceChars + 2)),
       buffer_(std::make_unique<char[]>(capacity_ + kPadding)),
       second_(useSecondCore ? SecondCore::StartIfUseful() : nullptr),
-      vectorBlocks_(instructions == Instructions::kBest && ProcessorHasVectorBlocks()) {}
+      vectorBlocks_(instructions == Instructions::kBest && VectorBlocksAvailable()) {}
 
-bool TextGridReader::VectorBlocksAvailable() { return ProcessorHasVectorBlocks(); }
+bool TextGridReader::VectorBlocksAvailable() {
+#if SEAFORGE_VECTOR_BLOCKS
+    static const bool has = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+               __builtin_cpu_supports("popcnt");
+    }();
+    return has;
+#else
+    return false;
+#endif
+}
 
 TextGridReader::~TextGridReader() = default;
 
