@@ -80,6 +80,10 @@ class QuorXmlParameter {
     bool HasInitialWaveHeight = false;
     bool HasFaultModel = false;
 
+    // False: exeParse fills the same fields silently, without the echo on standard output
+    // or its messages on standard error, for a program that reports in its own words.
+    bool echo = true;
+
     using Node = XERCES_CPP_NAMESPACE::DOMNode;
 
     // Walks the parsed document and fills the fields; a null document fills nothing.
@@ -107,6 +111,8 @@ class QuorXmlParameter {
     void readStation(const Node* node, std::vector<XML_STATION>& list);
     void readGeotiffSetting(const Node* node);
     int inconsistencyNumber() const;
+    // printf to standard output while `echo` is set.
+    void Echo(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
     // Working records that live across elements on purpose: a <Layer> inherits what the
     // previous <Layer> of its set left, and a <Region> the uniform values of the previous

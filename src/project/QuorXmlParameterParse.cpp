@@ -13,6 +13,7 @@
 #include <xercesc/util/XMLUni.hpp>
 
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <locale.h>
@@ -120,8 +121,6 @@ bool NamesDirectory(const std::string& path) {
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-void Announce(const char* name) { std::printf("\n[[--- %s ---]]\n", name); }
-
 template <typename Visit> void ForEachElement(const DOMNode* parent, Visit visit) {
     for (const DOMNode* child = parent->getFirstChild(); child != nullptr;
          child = child->getNextSibling()) {
@@ -132,11 +131,21 @@ template <typename Visit> void ForEachElement(const DOMNode* parent, Visit visit
 
 } // namespace
 
+void QuorXmlParameter::Echo(const char* format, ...) const {
+    if (!echo)
+        return;
+    va_list args;
+    va_start(args, format);
+    std::vprintf(format, args);
+    va_end(args);
+}
+
 int QuorXmlParameter::exeParse() {
     try {
         XMLPlatformUtils::Initialize();
     } catch (...) {
-        std::fprintf(stderr, "Xerces-C++ Miss Initialize\n");
+        if (echo)
+            std::fprintf(stderr, "Xerces-C++ Miss Initialize\n");
         return 0;
     }
     bool parsed = false;
@@ -169,15 +178,16 @@ int QuorXmlParameter::exeParse() {
     }
     XMLPlatformUtils::Terminate();
     if (!parsed) {
-        std::fprintf(stderr, "Miss Parse\n");
+        if (echo)
+            std::fprintf(stderr, "Miss Parse\n");
         return 0;
     }
 
     const int problem = inconsistencyNumber();
-    if (problem == 1) {
+    if (echo && problem == 1) {
         PrintErrorBlock({"ERROR:XML PARAMETER IS INCONSISTENCY",
                          "  ERROR-DETAIL:You should make a choice between \"setting Ini Wave Heigh\" or setting \"Fault Parameter\"."});
-    } else if (problem == 2) {
+    } else if (echo && problem == 2) {
         PrintErrorBlock({"ERROR:XML PARAMETER IS INCONSISTENCY",
                          "  ERROR-DETAIL:If you want to deform grand, You should make a choice setting \"Fault Parameter\".",
                          "  ERROR-DETAIL:Particular attention should be given to \"TopographyDeformation\"."});
@@ -200,7 +210,7 @@ bool QuorXmlParameter::parseTarget(const std::string& name, const Node* node, co
     std::string raw;
     if (FirstChildText(node, raw)) {
         out = raw;
-        std::printf("%s:%s\n", target, raw.c_str());
+        Echo("%s:%s\n", target, raw.c_str());
     }
     return true;
 }
@@ -212,7 +222,7 @@ bool QuorXmlParameter::parseTarget(const std::string& name, const Node* node, co
     std::string raw;
     if (FirstChildText(node, raw)) {
         out = LeadingInt(raw);
-        std::printf("%s:%s\n", target, raw.c_str());
+        Echo("%s:%s\n", target, raw.c_str());
     }
     return true;
 }
@@ -224,7 +234,7 @@ bool QuorXmlParameter::parseTarget(const std::string& name, const Node* node, co
     std::string raw;
     if (FirstChildText(node, raw)) {
         out = LeadingDouble(raw);
-        std::printf("%s:%s\n", target, raw.c_str());
+        Echo("%s:%s\n", target, raw.c_str());
     }
     return true;
 }
@@ -236,7 +246,7 @@ bool QuorXmlParameter::parseTarget(const std::string& name, const Node* node, co
     std::string raw;
     if (FirstChildText(node, raw)) {
         out = LeadingInt(raw) != 0;
-        std::printf("%s:%s\n", target, raw.c_str());
+        Echo("%s:%s\n", target, raw.c_str());
     }
     return true;
 }
@@ -257,18 +267,18 @@ void QuorXmlParameter::readParam(const Node* document) {
         if (name == "ProjectName") {
             if (hasContent) {
                 ProjectName = ToLocal(child->getTextContent());
-                std::printf("ProjectName:%s\n", ProjectName.c_str());
+                Echo("ProjectName:%s\n", ProjectName.c_str());
             }
         } else if (name == "DestDir") {
             // Kept: prefixed with the ProjectName read so far, so its place in the file matters.
             if (hasContent) {
                 DestDir = ProjectName + "/" + ToLocal(child->getTextContent());
-                std::printf("DestDir:%s\n", DestDir.c_str());
+                Echo("DestDir:%s\n", DestDir.c_str());
             }
         } else if (name == "Datum") {
             if (hasContent) {
                 Datum = LeadingInt(ToLocal(child->getTextContent()));
-                std::printf("Datum:%d\n", Datum);
+                Echo("Datum:%d\n", Datum);
             }
         } else if (name == "CalcParameter") {
             readCalcParameter(child);
@@ -291,7 +301,7 @@ void QuorXmlParameter::readCalcParameter(const Node* node) {
         } else if (name == "Region") {
             readRegion(child);
         } else if (name == "DynamicDeformationParameter") {
-            Announce("DynamicDeformationParameter");
+            Echo("\n[[--- %s ---]]\n", "DynamicDeformationParameter");
             ForEachElement(child, [this](const std::string& leaf, const DOMNode* value) {
                 parseTarget(leaf, value, "FileName", Dynamic.FileName);
             });
@@ -304,14 +314,14 @@ void QuorXmlParameter::readCalcParameter(const Node* node) {
 }
 
 void QuorXmlParameter::readInitialWaveHeightSetting(const Node* node) {
-    Announce("InitialWaveHeightSetting");
+    Echo("\n[[--- %s ---]]\n", "InitialWaveHeightSetting");
     ForEachElement(node, [this](const std::string& name, const DOMNode* child) {
         if (parseTarget(name, child, "DeformationTolerance", DeformationTolerance) ||
             parseTarget(name, child, "HorizontalDeformation", HorizontalDeformation) ||
             parseTarget(name, child, "HydraulicFilter", HydraulicFilter))
             return;
         if (name == "FaultModel") {
-            std::printf("\n[[--- FaultModel%d ---]]\n", ++faultCount);
+            Echo("\n[[--- FaultModel%d ---]]\n", ++faultCount);
             XML_FAULT fault;
             fault.EPSG = Datum;
             ForEachElement(child, [this, &fault](const std::string& leaf, const DOMNode* value) {
@@ -323,7 +333,7 @@ void QuorXmlParameter::readInitialWaveHeightSetting(const Node* node) {
             Faults.push_back(fault);
             HasFaultModel = true;
         } else if (name == "LinearWaveSource") {
-            Announce("LinearWaveSource");
+            Echo("\n[[--- %s ---]]\n", "LinearWaveSource");
             ForEachElement(child, [this](const std::string& leaf, const DOMNode* value) {
                 (parseTarget(leaf, value, "Type", LinearWaveType) ||
                        parseTarget(leaf, value, "Height", LinearWaveHeight) ||
@@ -334,7 +344,7 @@ void QuorXmlParameter::readInitialWaveHeightSetting(const Node* node) {
 }
 
 void QuorXmlParameter::readTsunamiCalcSetting(const Node* node) {
-    Announce("TsunamiCalcSetting");
+    Echo("\n[[--- %s ---]]\n", "TsunamiCalcSetting");
     ForEachElement(node, [this](const std::string& name, const DOMNode* child) {
         if (parseTarget(name, child, "TotalTime", TotalTime) ||
             parseTarget(name, child, "TimeIncrement", TimeIncrement) ||
@@ -349,7 +359,7 @@ void QuorXmlParameter::readTsunamiCalcSetting(const Node* node) {
             parseTarget(name, child, "ControlThreshold", ControlThreshold))
             return;
         if (name == "DispersiveWave") {
-            Announce("DispersiveWave");
+            Echo("\n[[--- %s ---]]\n", "DispersiveWave");
             ForEachElement(child, [this](const std::string& leaf, const DOMNode* value) {
                 (parseTarget(leaf, value, "MinDepth", MinDepth) ||
                        parseTarget(leaf, value, "MaxIter", MaxIter) ||
@@ -360,7 +370,7 @@ void QuorXmlParameter::readTsunamiCalcSetting(const Node* node) {
 }
 
 void QuorXmlParameter::readLayerSet(const Node* node) {
-    Announce("LayerSet");
+    Echo("\n[[--- %s ---]]\n", "LayerSet");
     workLayer = XML_LAYER{};
     ForEachElement(node, [this](const std::string& name, const DOMNode* child) {
         if (name != "Layer")
@@ -376,7 +386,7 @@ void QuorXmlParameter::readLayerSet(const Node* node) {
 }
 
 void QuorXmlParameter::readRegion(const Node* node) {
-    std::printf("\n[[--- Region%d ---]]\n", ++regionCount);
+    Echo("\n[[--- Region%d ---]]\n", ++regionCount);
     // Kept: the uniform values of Topography, WaveHeight, ConstructionLineData and LandMap
     // are not reset, so a region that omits them carries the previous region's.
     XML_REGION& region = workRegion;
@@ -457,7 +467,7 @@ void QuorXmlParameter::readCalcOutputSetting(const Node* node) {
         if (parseTarget(name, child, "OutputStartTime", out.OutputStartTime))
             return;
         if (name == "Dump1d") {
-            Announce("Dump1d");
+            Echo("\n[[--- %s ---]]\n", "Dump1d");
             ForEachElement(child, [this, &out](const std::string& leaf, const DOMNode* value) {
                 if (parseTarget(leaf, value, "Interval", out.Dump1dInterval) ||
                     parseTarget(leaf, value, "Buffering", out.Buffering) ||
@@ -473,7 +483,7 @@ void QuorXmlParameter::readCalcOutputSetting(const Node* node) {
                     ReadOutput(*this, value, out.Dump1dWaterDischarge);
             });
         } else if (name == "Dump2d") {
-            Announce("Dump2d");
+            Echo("\n[[--- %s ---]]\n", "Dump2d");
             ForEachElement(child, [this, &out](const std::string& leaf, const DOMNode* value) {
                 if (parseTarget(leaf, value, "Interval", out.Dump2dInterval))
                     return;
@@ -483,7 +493,7 @@ void QuorXmlParameter::readCalcOutputSetting(const Node* node) {
                     ReadOutput(*this, value, out.Dump2dWaterDischarge);
             });
         } else if (name == "CoastalPoint") {
-            Announce("CoastalPoint");
+            Echo("\n[[--- %s ---]]\n", "CoastalPoint");
             ForEachElement(child, [this, &out](const std::string& leaf, const DOMNode* value) {
                 if (parseTarget(leaf, value, "Interval", out.CoastalInterval))
                     return;
@@ -501,7 +511,7 @@ void QuorXmlParameter::readCalcOutputSetting(const Node* node) {
                                &out.CoastalRelativeWaterHeightThreshold);
             });
         } else if (name == "Land") {
-            Announce("Land");
+            Echo("\n[[--- %s ---]]\n", "Land");
             ForEachElement(child, [this, &out](const std::string& leaf, const DOMNode* value) {
                 if (parseTarget(leaf, value, "Interval", out.LandInterval))
                     return;
@@ -526,7 +536,7 @@ void QuorXmlParameter::readGeotiffSetting(const Node* node) {
             colorTable = &GeotiffSetting.WaveHeightColorTable;
         if (colorTable == nullptr)
             return;
-        Announce(name.c_str());
+        Echo("\n[[--- %s ---]]\n", name.c_str());
         ForEachElement(child, [this, colorTable](const std::string& leaf, const DOMNode* value) {
             parseTarget(leaf, value, "FileName", *colorTable);
         });

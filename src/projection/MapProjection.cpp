@@ -29,6 +29,7 @@ struct Service {
     int setupErrno = 0; // why the last initialise gave no pair, answered by every conversion
 };
 Service service;
+bool printNotices = true; // the "default EPSG" lines
 
 constexpr const char* kJgd2000Geographic =
     "+proj=longlat +ellps=GRS80 +towgs84=0,0,0,0,0,0,0 +no_defs";
@@ -78,7 +79,8 @@ constexpr int kDefaultUtmZone = 54; // EPSG 3100
         return std::string(kPlaneHeads[planeEpsg - kFirstPlaneEpsg]) + kPlaneTail;
     if (planeEpsg >= kFirstUtmEpsg && planeEpsg < kFirstUtmEpsg + kUtmCount)
         return UtmDefinition(kFirstUtmZone + planeEpsg - kFirstUtmEpsg);
-    std::printf("default EPSG:3100\n");
+    if (printNotices)
+        std::printf("default EPSG:3100\n");
     return UtmDefinition(kDefaultUtmZone);
 }
 
@@ -171,6 +173,13 @@ void ReleasePair() {
 
 } // namespace
 
+bool IsServicePlaneEpsg(int epsg) {
+    return (epsg >= kFirstPlaneEpsg && epsg < kFirstPlaneEpsg + kPlaneCount) ||
+           (epsg >= kFirstUtmEpsg && epsg < kFirstUtmEpsg + kUtmCount);
+}
+
+void SetMapProjectionNotices(bool print) { printNotices = print; }
+
 extern "C" {
 
 PJ* mapproject_initialize_using_epsg_(std::int32_t geoEpsg, std::int32_t planeEpsg) {
@@ -179,7 +188,7 @@ PJ* mapproject_initialize_using_epsg_(std::int32_t geoEpsg, std::int32_t planeEp
     const char* geographic = kWgs84Geographic;
     if (geoEpsg == 4612)
         geographic = kJgd2000Geographic;
-    else if (geoEpsg != 4326)
+    else if (geoEpsg != 4326 && printNotices)
         std::printf("default EPSG:4612\n");
     const std::string plane = PlaneDefinition(planeEpsg);
     return SetUpPair(geographic, plane);

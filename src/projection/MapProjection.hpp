@@ -54,3 +54,13 @@ PJ* mapproject_initialize_using_longi_(double longitude);
 void mapproject_finalize_(void);
 
 } // extern "C"
+
+// Whether the service has a plane system of its own for `epsg`: the JGD2000 plane
+// rectangular systems 2443-2461 and UTM zones 3097-3101. Any other code is converted as
+// UTM zone 54 (EPSG 3100), so a region in it cannot be checked against a region of
+// another system.
+[[nodiscard]] bool IsServicePlaneEpsg(int epsg);
+
+// While off, the initialise calls leave out their "default EPSG" lines, for a program that
+// says the same in its own words. On at the start; the run never turns it off.
+void SetMapProjectionNotices(bool print);

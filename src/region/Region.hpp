@@ -62,6 +62,11 @@ class Region {
     // (a binary file also gridSize and fileGridSize), prints the "Region Input:" summary
     // and returns 1; returns 0 after printing the error block. Never throws.
     [[nodiscard]] int ReadFile();
+    // The reading of ReadFile without its summary and error block: 0 when read, else the
+    // cause ReadFile reports (1 cannot open, 2 header format, 3 value count);
+    // `valueCount` receives the number of values read. With `echo`, the binary reader's
+    // own lines are printed as ReadFile prints them.
+    [[nodiscard]] int LoadFile(std::int64_t& valueCount, bool echo = false);
 
     // RegionWriteBIN.cpp
     // Writes "<dir>/<first three of typeTag>_<regionName>.bin" (header, then the cells of
@@ -70,6 +75,18 @@ class Region {
     // Returns 1, or 0 after the "Can not open file." error block when the file cannot be
     // created or written in full.
     [[nodiscard]] int WriteBIN(std::string dir);
+    // The file WriteBIN writes, onto an open stream, printing nothing; false when a write
+    // failed. The caller flushes and closes.
+    [[nodiscard]] bool PutBIN(std::FILE* file) const;
+
+    // RegionWriteText.cpp
+    // This grid as a text grid the reader takes back: "nx ny", "org_x org_y", then rows of
+    // constant j from j = 0, x fastest, at most ten values a line, each row on new lines.
+    // Cells are the floats the binary writer stores, as the shortest plain decimal that
+    // reads back to them (never an exponent: the reader splits "1e-3" at the minus sign).
+    // A grid without nx × ny cells is written as zeros. Prints nothing; false when a
+    // write failed.
+    [[nodiscard]] bool PutText(std::FILE* file) const;
 
     // RegionCalcDT.cpp
     // Time step of the region from the time step handed in (seconds) and the nesting CFL
@@ -84,6 +101,11 @@ class Region {
     // code the base code names the geographic system and this region's the plane system.
     [[nodiscard]] bool CheckComprisable(int baseEpsg, double baseOrgX, double baseOrgY,
                                         double baseGridSize, int baseNx, int baseNy);
+    // The test of CheckComprisable alone, printing nothing of its own: 0 when this grid
+    // lies inside the base region, else the reason CheckComprisable reports (1 west, 2
+    // south, 3 east, 4 north, 5 a corner not found across systems).
+    [[nodiscard]] int ComprisableReason(int baseEpsg, double baseOrgX, double baseOrgY,
+                                        double baseGridSize, int baseNx, int baseNy) const;
     // Sets connectI and connectJ, the 1-based base grid position where this grid starts;
     // false after the "Search Connecting Point" error block when either is not found.
     [[nodiscard]] bool SearchConnectPos(double baseOrgX, double baseOrgY, double baseGridSize,
@@ -207,6 +229,21 @@ class Region {
     std::string staFileName;
     std::string extFileName;
 };
+
+// Cell-edge extent of a grid whose points are the centres of square cells of side
+// gridSize, as the nesting check compares them.
+struct CellExtent {
+    double minX;
+    double minY;
+    double maxX;
+    double maxY;
+};
+[[nodiscard]] CellExtent CellExtentOf(double orgX, double orgY, double gridSize, std::int32_t nx,
+                                      std::int32_t ny);
+
+// Kept: a grid file is binary when ".bin" occurs in its path after the first character,
+// so "grid.bin.txt" is binary and a path that is just ".bin" is text.
+[[nodiscard]] bool IsBinaryGridPath(const std::string& path);
 
 // True when the two grids lie on the same points: nx, ny, org_x and org_y equal exactly.
 // Kept: gridSize is not compared, so a grid whose file states a rounded spacing matches.

@@ -13,22 +13,6 @@
 
 namespace {
 
-// Cell-edge extent of a grid: every point is the centre of a square cell of side gridSize.
-struct CellExtent {
-    double minX;
-    double minY;
-    double maxX;
-    double maxY;
-};
-
-// Counts go through double so that an absurd count cannot overflow.
-[[nodiscard]] CellExtent CellExtentOf(double orgX, double orgY, double gridSize,
-                                      std::int32_t nx, std::int32_t ny) {
-    return {orgX - 0.5 * gridSize, orgY - 0.5 * gridSize,
-            (static_cast<double>(nx) - 1 + 0.5) * gridSize + orgX,
-            (static_cast<double>(ny) - 1 + 0.5) * gridSize + orgY};
-}
-
 // Finishes the projection service however the search ends.
 struct ProjectionSession {
     ProjectionSession(std::int32_t geoEpsg, std::int32_t planeEpsg)
@@ -88,26 +72,44 @@ struct ProjectionSession {
 
 } // namespace
 
+// Counts go through double so that an absurd count cannot overflow.
+CellExtent CellExtentOf(double orgX, double orgY, double gridSize, std::int32_t nx,
+                        std::int32_t ny) {
+    return {orgX - 0.5 * gridSize, orgY - 0.5 * gridSize,
+            (static_cast<double>(nx) - 1 + 0.5) * gridSize + orgX,
+            (static_cast<double>(ny) - 1 + 0.5) * gridSize + orgY};
+}
+
+int Region::ComprisableReason(int baseEpsg, double baseOrgX, double baseOrgY,
+                              double baseGridSize, int baseNx, int baseNy) const {
+    const CellExtent own = CellExtentOf(org_x, org_y, gridSize, nx, ny);
+    const CellExtent base = CellExtentOf(baseOrgX, baseOrgY, baseGridSize, baseNx, baseNy);
+    if (epsg == baseEpsg) {
+        // No tolerance: a nested region may share an edge with its base.
+        if (base.minX > own.minX)
+            return 1;
+        if (base.minY > own.minY)
+            return 2;
+        if (own.maxX > base.maxX)
+            return 3;
+        if (own.maxY > base.maxY)
+            return 4;
+        return 0;
+    }
+    return CornersFoundAcross(baseEpsg, epsg, {baseOrgX, baseOrgY, baseGridSize, baseNx, baseNy},
+                              own)
+               ? 0
+               : 5;
+}
+
 bool Region::CheckComprisable(int baseEpsg, double baseOrgX, double baseOrgY,
                               double baseGridSize, int baseNx, int baseNy) {
     const CellExtent own = CellExtentOf(org_x, org_y, gridSize, nx, ny);
     const CellExtent base = CellExtentOf(baseOrgX, baseOrgY, baseGridSize, baseNx, baseNy);
     try {
-        if (epsg == baseEpsg) {
-            // No tolerance: a nested region may share an edge with its base.
-            if (base.minX > own.minX)
-                throw 1;
-            if (base.minY > own.minY)
-                throw 2;
-            if (own.maxX > base.maxX)
-                throw 3;
-            if (own.maxY > base.maxY)
-                throw 4;
-        } else if (!CornersFoundAcross(baseEpsg, epsg,
-                                       {baseOrgX, baseOrgY, baseGridSize, baseNx, baseNy},
-                                       own)) {
-            throw 5;
-        }
+        if (const int reason =
+                ComprisableReason(baseEpsg, baseOrgX, baseOrgY, baseGridSize, baseNx, baseNy))
+            throw reason;
         std::printf("Comprisable:OK\n");
         return true;
     } catch (int reason) {

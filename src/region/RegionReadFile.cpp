@@ -117,9 +117,10 @@ template <class Convert>
 
 // Binary grid: header, then nx × ny floats, or for construction-line data the entry list
 // and 2 × nx × ny (float value, int32 identifier) pairs. Answers 0 or a local cause.
-int ReadBinaryGrid(Region& region, GridValues& out) {
+int ReadBinaryGrid(Region& region, GridValues& out, bool echo) {
     FilePtr file(std::fopen(region.inFileName.c_str(), "rb"));
-    std::printf(">>>> Read Binary File\n");
+    if (echo)
+        std::printf(">>>> Read Binary File\n");
     if (!file || IsDirectory(file.get()))
         return kCannotOpen;
     std::FILE* f = file.get();
@@ -180,8 +181,10 @@ int ReadBinaryGrid(Region& region, GridValues& out) {
             id = Load<std::int32_t>(entry);
         if (got == kEntryBytes)
             std::memcpy(name, entry + 4, kEntryNameBytes);
-        std::printf(" ID  :%d\n", id);
-        std::printf(" Name:%.*s\n", static_cast<int>(strnlen(name, kEntryNameBytes)), name);
+        if (echo) {
+            std::printf(" ID  :%d\n", id);
+            std::printf(" Name:%.*s\n", static_cast<int>(strnlen(name, kEntryNameBytes)), name);
+        }
     }
 
     const std::size_t total = static_cast<std::size_t>(count);
@@ -345,16 +348,17 @@ int ReadTextGrid(Region& region, GridValues& out) {
 
 } // namespace
 
-int Region::ReadFile() {
-    std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
+bool IsBinaryGridPath(const std::string& path) {
+    const std::size_t binAt = path.rfind(".bin");
+    return binAt != std::string::npos && binAt > 0;
+}
+
+int Region::LoadFile(std::int64_t& valueCount, bool echo) {
     GridValues data;
     int failure = 0;
     try {
-        // Kept: ".bin" anywhere after the first character makes a binary grid, so
-        // "grid.bin.txt" is binary and a path that is just ".bin" is text.
-        const std::size_t binAt = inFileName.rfind(".bin");
-        const bool binary = binAt != std::string::npos && binAt > 0;
-        if (const int cause = binary ? ReadBinaryGrid(*this, data) : ReadTextGrid(*this, data))
+        const bool binary = IsBinaryGridPath(inFileName);
+        if (const int cause = binary ? ReadBinaryGrid(*this, data, echo) : ReadTextGrid(*this, data))
             throw cause;
 
         valMax = data.extremes.Max();
@@ -380,7 +384,14 @@ int Region::ReadFile() {
     } catch (int cause) {
         failure = cause;
     }
-    if (failure != 0) {
+    valueCount = data.valueCount;
+    return failure;
+}
+
+int Region::ReadFile() {
+    std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
+    std::int64_t valueCount = 0;
+    if (const int failure = LoadFile(valueCount, true)) {
         const std::string& path = inFileName;
         switch (failure) {
         case kCannotOpen:
@@ -403,7 +414,7 @@ int Region::ReadFile() {
                              "  ERROR-DETAIL:Abnormal action at Reading File Method.",
                              "  ERROR-DETAIL:You should check the Format of Region File.",
                              "  ERROR-DETAIL:Region File  > " + path,
-                             "  ERROR-DETAIL:ALL DATA NUM > " + std::to_string(data.valueCount),
+                             "  ERROR-DETAIL:ALL DATA NUM > " + std::to_string(valueCount),
                              "  ERROR-DETAIL:          NX > " + std::to_string(nx),
                              "  ERROR-DETAIL:          NY > " + std::to_string(ny)});
             break;
@@ -415,7 +426,7 @@ int Region::ReadFile() {
     std::printf("ny     :%d\n", ny);
     std::printf("org_x  :%lf\n", org_x);
     std::printf("org_y  :%lf\n", org_y);
-    std::printf("dataNum:%d\n", static_cast<int>(data.valueCount));
+    std::printf("dataNum:%d\n", static_cast<int>(valueCount));
     std::printf("valMax :%lf\n", valMax);
     std::printf("valMin :%lf\n", valMin);
     std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");

@@ -85,6 +85,34 @@ void PutCells(BlockWriter& writer, const Grid& cells, int nx, int ny, int perCel
 
 } // namespace
 
+bool Region::PutBIN(std::FILE* file) const {
+    BlockWriter writer(file);
+    writer.Put(org_x);
+    writer.Put(org_y);
+    writer.Put(nx);
+    writer.Put(ny);
+    writer.Put(static_cast<float>(gridSize));
+    switch (type) {
+    case TPG_R:
+    case RCF_R:
+    case LSM_R:
+        PutCells<float>(writer, grid, nx, ny, 1);
+        break;
+    case WBH_R:
+        PutCells<float>(writer, pairGrid, nx, ny, 2);
+        break;
+    case WBM_R:
+        PutCells<std::int32_t>(writer, pairIntGrid, nx, ny, 2);
+        break;
+    default:
+        // The deformation and wave-height kinds reach the calculators by other files;
+        // only their header is written here.
+        break;
+    }
+    writer.Flush();
+    return !writer.Failed();
+}
+
 int Region::WriteBIN(std::string dir) {
     const std::string tag = typeTag.substr(0, 3);
     outFileName = StringPrintf("%s/%s_%s.bin", dir.c_str(), tag.c_str(), regionName.c_str());
@@ -96,34 +124,10 @@ int Region::WriteBIN(std::string dir) {
         std::printf("     FILE_NUM:1/1\n");
         std::printf("    BIN_X_NUM:%d\n", nx);
         std::printf("    BIN_Y_NUM:%d\n", ny);
-
-        BlockWriter writer(file.get());
-        writer.Put(org_x);
-        writer.Put(org_y);
-        writer.Put(nx);
-        writer.Put(ny);
-        writer.Put(static_cast<float>(gridSize));
-        switch (type) {
-        case TPG_R:
-        case RCF_R:
-        case LSM_R:
-            PutCells<float>(writer, grid, nx, ny, 1);
-            break;
-        case WBH_R:
-            PutCells<float>(writer, pairGrid, nx, ny, 2);
-            break;
-        case WBM_R:
-            PutCells<std::int32_t>(writer, pairIntGrid, nx, ny, 2);
-            break;
-        default:
-            // The deformation and wave-height kinds reach the calculators by other files;
-            // only their header is written here.
-            break;
-        }
-        writer.Flush();
         // A calculator cannot tell a cut grid from a whole one, so a full disk or a
         // failed close is the same failure as a file that cannot be opened.
-        if (writer.Failed() || std::fflush(file.get()) != 0 || std::fclose(file.release()) != 0)
+        if (!PutBIN(file.get()) || std::fflush(file.get()) != 0 ||
+            std::fclose(file.release()) != 0)
             throw 1;
     } catch (int) { // 1: the file cannot be created or written in full
         PrintErrorBlock(
