@@ -1,0 +1,39 @@
+#pragma once
+
+#include "prep/Placement.hpp"
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+// `seaforge-prep grid`: one region's topography grid from elevation rasters.
+struct GridOptions {
+    // With a project: the region's system, spacing, output path and base come from it.
+    std::string project;
+    int region = 0; // RegionNo; 0 without a project
+    // Without a project.
+    int epsg = 0;
+    double spacing = 0;
+    std::string output;
+
+    // The extent, one of: cell edges in the grid's system, cell edges in longitude and
+    // latitude (degrees), or the exact points (origin = grid point (0, 0)).
+    std::optional<Bounds> bounds;
+    std::optional<Bounds> boundsLonLat;
+    std::optional<std::array<double, 2>> origin;
+    std::optional<std::array<int, 2>> size;
+
+    std::vector<std::string> sources; // later ones win where they hold valid data
+    bool depthPositive = false;       // every source holds depths, positive down
+    std::vector<int> depthPositiveSources; // 1-based positions in `sources`
+    std::string resampling;               // empty: averaging or bilinear, per source
+    std::optional<double> fill;           // value of cells no source covers
+    std::string geotiff;                  // also write this float GeoTIFF
+    bool quiet = false;                   // no summary
+    bool progress = false;                // the progress line on standard error
+};
+
+// 0 when the grid was written, 1 after one "seaforge-prep: ..." line on standard error.
+// The summary goes to standard output.
+[[nodiscard]] int RunGrid(const GridOptions& options);

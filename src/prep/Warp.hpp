@@ -1,0 +1,60 @@
+#pragma once
+
+#include "prep/Placement.hpp"
+#include "region/Grid2d.hpp"
+
+#include <gdal.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The one place that resamples: every source raster is carried onto a region's grid by
+// GDAL's warper, in its own coordinate system and with its own nodata, later sources
+// winning where they hold valid data.
+
+struct WarpSource {
+    std::string path;           // anything GDAL opens as a raster (band 1 is read)
+    bool depthPositive = false; // values are depths, positive down: negated after the warp
+};
+
+struct WarpSettings {
+    int epsg = 0;                  // the grid's coordinate system
+    std::string resampling;        // a gdalwarp method name; empty: chosen per source
+    double memoryLimitBytes = 64.0 * 1024 * 1024; // the warper's working buffers
+    GDALProgressFunc progress = nullptr;          // with its argument; null: silent
+    void* progressArg = nullptr;
+};
+
+struct SourceShare {
+    std::string path;
+    std::string resampling; // the method used
+    std::int64_t cells = 0; // cells whose value came from this source
+};
+
+struct WarpOutcome {
+    std::vector<SourceShare> sources; // in the order given
+    std::int64_t uncovered = 0;       // cells no source holds valid data for (left NaN)
+    // Bounding box of the uncovered cells, as cell indices, when there are any.
+    std::int32_t uncoveredMinI = 0;
+    std::int32_t uncoveredMinJ = 0;
+    std::int32_t uncoveredMaxI = 0;
+    std::int32_t uncoveredMaxJ = 0;
+};
+
+// Whether `name` is a resampling method of gdalwarp this command accepts.
+[[nodiscard]] bool IsResamplingName(const std::string& name);
+
+// Opens every source and checks that it can be warped (a raster with a georeference and a
+// coordinate system), so a bad source is reported before minutes of work on the others.
+// Throws PrepError naming the file.
+void CheckSources(const std::vector<WarpSource>& sources);
+
+// Fills `cells` (grid.nx × grid.ny, cells(i, j) at grid point (i, j), j = 0 at the south)
+// from the sources. Automatic resampling averages where the grid is coarser than a source
+// and interpolates bilinearly where it is finer. Cells no source covers hold NaN.
+// Memory beyond `cells`: the warper's buffers, GDAL's block cache and at most 32 MB of
+// rows. Throws PrepError.
+[[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
+                                      const std::vector<WarpSource>& sources,
+                                      const WarpSettings& settings, Grid2d<double>& cells);

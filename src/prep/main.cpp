@@ -1,0 +1,121 @@
+// seaforge-prep: what modellers do by hand before and around a Seaforge run. The command
+// line only: each command's options go into its struct and its function answers the exit
+// status.
+#include "prep/GridCommand.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kDescription =
+    "seaforge-prep: prepares what a Seaforge project needs before the run.";
+
+constexpr const char* kGridFooter = R"(
+With a project file, the region's EPSG, GridSize and Topography FileName decide the grid:
+the file is written there, binary when its name holds ".bin" past the first character,
+else as a text grid (plain decimals, rows from the south). Build the outermost region
+first: a nested region's grid is laid on its base region's grid, which must exist. In
+the same system its cell edges fall on the base's cell edges (the base spacing must be a
+whole multiple of its own); in another system it is placed as asked. Either way the run's
+own nesting check must accept it, or nothing is written.
+
+Bounds are the cell-edge extent to cover (xmin ymin xmax ymax), rounded outward to whole
+cells. Later sources win where they hold valid data; cells no source covers are an error
+unless --fill gives them a value. Resampling averages where the grid is coarser than a
+source and is bilinear where it is finer, unless --resampling says otherwise.
+
+Examples:
+  seaforge-prep grid Project.xml --region 1 --bounds 141.4 38.7 142.2 39.5 gebco.nc
+  seaforge-prep grid Project.xml --region 2 --bounds 70000 -105000 77200 -97800 gebco.nc survey.tif
+  seaforge-prep grid --epsg 2452 --spacing 30 --bounds 70000 -105000 77200 -97800 -o Harbour.bin dem.tif
+)";
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{kDescription, "seaforge-prep"};
+    app.require_subcommand(1);
+    app.footer("Run 'seaforge-prep COMMAND --help' for a command's options.");
+
+    GridOptions grid;
+    std::vector<std::string> files;
+    std::vector<double> bounds;
+    std::vector<double> boundsLonLat;
+    std::vector<double> origin;
+    std::vector<int> size;
+    double fill = 0;
+    CLI::App* gridCommand =
+        app.add_subcommand("grid", "Make a region's topography grid from elevation rasters.");
+    gridCommand->footer(kGridFooter);
+    gridCommand->add_option("files", files,
+                            "[PROJECT.xml] SOURCE...: the project file (with --region), then "
+                            "one or more rasters GDAL reads (GeoTIFF, netCDF, ESRI ASCII, XYZ, ...)")
+        ->required();
+    gridCommand->add_option("--region", grid.region, "RegionNo of the region in the project");
+    gridCommand->add_option("--epsg", grid.epsg, "Coordinate system, without a project");
+    gridCommand->add_option("--spacing", grid.spacing, "Grid spacing, without a project");
+    gridCommand->add_option("-o,--output", grid.output, "Grid file to write, without a project");
+    auto* boundsOption = gridCommand->add_option("--bounds", bounds,
+                                                 "XMIN YMIN XMAX YMAX: cell edges in the grid's system")
+                             ->expected(4);
+    auto* lonLatOption =
+        gridCommand->add_option("--bounds-lonlat", boundsLonLat,
+                                "LONMIN LATMIN LONMAX LATMAX: the same in degrees")
+            ->expected(4);
+    auto* originOption =
+        gridCommand->add_option("--origin", origin, "X Y: grid point (0, 0), for an exact geometry")
+            ->expected(2);
+    gridCommand->add_option("--size", size, "NX NY: grid points, with --origin")->expected(2);
+    boundsOption->excludes(lonLatOption)->excludes(originOption);
+    lonLatOption->excludes(originOption);
+    gridCommand->add_flag("--depth-positive", grid.depthPositive,
+                          "Every source holds depths, positive down");
+    gridCommand->add_option("--depth-positive-source", grid.depthPositiveSources,
+                            "N: source N (1 = the first) holds depths, positive down; repeatable");
+    gridCommand->add_option("--resampling", grid.resampling,
+                            "near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
+                            "max, min, med, q1, q3 or sum, for every source");
+    auto* fillOption =
+        gridCommand->add_option("--fill", fill, "VALUE for cells no source covers");
+    gridCommand->add_option("--geotiff", grid.geotiff,
+                            "FILE: also write the grid as a float GeoTIFF");
+    gridCommand->add_flag("-q,--quiet", grid.quiet, "No progress line and no summary");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        if (e.get_exit_code() == 0)
+            return app.exit(e);
+        std::fprintf(stderr, "seaforge-prep: %s\n", e.what());
+        std::fprintf(stderr, "Run 'seaforge-prep --help' for the commands and their options.\n");
+        return 1;
+    }
+
+    if (gridCommand->parsed()) {
+        auto next = files.begin();
+        if (grid.region != 0)
+            grid.project = *next++;
+        grid.sources.assign(next, files.end());
+        if (!bounds.empty())
+            grid.bounds = Bounds{bounds[0], bounds[1], bounds[2], bounds[3]};
+        if (!boundsLonLat.empty())
+            grid.boundsLonLat =
+                Bounds{boundsLonLat[0], boundsLonLat[1], boundsLonLat[2], boundsLonLat[3]};
+        if (!origin.empty())
+            grid.origin = std::array<double, 2>{origin[0], origin[1]};
+        if (!size.empty())
+            grid.size = std::array<int, 2>{size[0], size[1]};
+        if (fillOption->count() > 0)
+            grid.fill = fill;
+        grid.progress = !grid.quiet && isatty(fileno(stderr));
+        return RunGrid(grid);
+    }
+    return 1;
+}
