@@ -11,13 +11,17 @@ namespace {
 
 // Decimal bounds such as 141.4 and 142.2 with a spacing of 0.0025 are 320 cells apart
 // only up to rounding: a count within this share of a cell of a whole number is that number.
-constexpr double kWholeCellTolerance = 1e-6;
+constexpr double kWholeCellTolerance = 1e-9;
+// A binary grid stores its spacing as a float, so a base spacing of 0.0025 comes back as
+// 0.00249999994: a ratio within this share of a whole number is that number.
+constexpr double kWholeRatioTolerance = 1e-6;
 
-// Whole cells of `size` between `from` and `to`, rounded up unless within the tolerance.
-[[nodiscard]] double CellsBetween(double from, double to, double size) {
+// Whole cells of `size` between `from` and `to`, rounded up unless within `tolerance`.
+[[nodiscard]] double CellsBetween(double from, double to, double size,
+                                  double tolerance = kWholeCellTolerance) {
     const double cells = (to - from) / size;
     const double nearest = std::round(cells);
-    return std::fabs(cells - nearest) <= kWholeCellTolerance * std::max(1.0, nearest)
+    return std::fabs(cells - nearest) <= tolerance * std::max(1.0, nearest)
                ? nearest
                : std::ceil(cells);
 }
@@ -67,7 +71,7 @@ BasePlacement PlaceOnBase(const Bounds& b, double spacing, const GridGeometry& b
     CheckBounds(b, spacing);
     const double ratio = base.spacing / spacing;
     const double wholeRatio = std::round(ratio);
-    if (!(wholeRatio >= 1) || std::fabs(ratio - wholeRatio) > kWholeCellTolerance * wholeRatio ||
+    if (!(wholeRatio >= 1) || std::fabs(ratio - wholeRatio) > kWholeRatioTolerance * wholeRatio ||
         wholeRatio > std::numeric_limits<std::int32_t>::max())
         throw PrepError(StringPrintf("the base region's spacing %.10g is not a whole multiple of "
                                      "this region's spacing %.10g (ratio %.6g): a nested region "
@@ -79,14 +83,17 @@ BasePlacement PlaceOnBase(const Bounds& b, double spacing, const GridGeometry& b
     auto firstCell = [&](double from, double edge0) {
         const double cells = (from - edge0) / base.spacing;
         const double nearest = std::round(cells);
-        return std::fabs(cells - nearest) <= kWholeCellTolerance * std::max(1.0, std::fabs(nearest))
+        return std::fabs(cells - nearest) <= kWholeRatioTolerance * std::max(1.0, std::fabs(nearest))
                    ? nearest
                    : std::floor(cells);
     };
     const double i0 = firstCell(b[0], edgeX0);
     const double j0 = firstCell(b[1], edgeY0);
-    const double i1 = i0 + CellsBetween(edgeX0 + i0 * base.spacing, b[2], base.spacing);
-    const double j1 = j0 + CellsBetween(edgeY0 + j0 * base.spacing, b[3], base.spacing);
+    // Base edges are counted with the looser tolerance: the base spacing may be a float's.
+    const double i1 =
+        i0 + CellsBetween(edgeX0 + i0 * base.spacing, b[2], base.spacing, kWholeRatioTolerance);
+    const double j1 =
+        j0 + CellsBetween(edgeY0 + j0 * base.spacing, b[3], base.spacing, kWholeRatioTolerance);
 
     BasePlacement placed;
     placed.ratio = static_cast<std::int32_t>(wholeRatio);

@@ -20,10 +20,10 @@ struct SeaforgeRun {
     int status = -1;
 };
 
-// Runs the built program in `workDir` with `args` (the project file, normally), the
-// streams going to files there so that a long output cannot stall the run.
-inline SeaforgeRun RunSeaforge(const std::filesystem::path& workDir,
-                               const std::vector<std::string>& args = {"project.xml"}) {
+// Runs the built program `binary` in `workDir` with `args`, the streams going to files
+// there so that a long output cannot stall the run.
+inline SeaforgeRun RunProgram(const char* binary, const std::filesystem::path& workDir,
+                              const std::vector<std::string>& args) {
     const std::filesystem::path outFile = workDir / ".run-stdout";
     const std::filesystem::path errFile = workDir / ".run-stderr";
     const pid_t pid = fork();
@@ -34,11 +34,11 @@ inline SeaforgeRun RunSeaforge(const std::filesystem::path& workDir,
             freopen(outFile.c_str(), "wb", stdout) == nullptr ||
             freopen(errFile.c_str(), "wb", stderr) == nullptr)
             _exit(127);
-        std::vector<char*> argv{const_cast<char*>(SEAFORGE_BINARY)};
+        std::vector<char*> argv{const_cast<char*>(binary)};
         for (const std::string& arg : args)
             argv.push_back(const_cast<char*>(arg.c_str()));
         argv.push_back(nullptr);
-        execv(SEAFORGE_BINARY, argv.data());
+        execv(binary, argv.data());
         _exit(127);
     }
     int wstatus = 0;
@@ -53,4 +53,10 @@ inline SeaforgeRun RunSeaforge(const std::filesystem::path& workDir,
     std::filesystem::remove(outFile);
     std::filesystem::remove(errFile);
     return run;
+}
+
+// Runs the built Seaforge in `workDir` with `args` (the project file, normally).
+inline SeaforgeRun RunSeaforge(const std::filesystem::path& workDir,
+                               const std::vector<std::string>& args = {"project.xml"}) {
+    return RunProgram(SEAFORGE_BINARY, workDir, args);
 }

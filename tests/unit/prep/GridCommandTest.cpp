@@ -1,0 +1,241 @@
+#include "prep/GridCommand.hpp"
+
+#include "prep/PrepTestSupport.hpp"
+#include "support/TempDir.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Slurp(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Outcome RunCaptured(const GridOptions& options) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int status = RunGrid(options);
+    std::string out = testing::internal::GetCapturedStdout();
+    return {status, out, testing::internal::GetCapturedStderr()};
+}
+
+// A geographic source over 139.5 .. 140.5 E, 34.5 .. 35.5 N at 0.01 degree whose value
+// grows to the north and east: -1000 in the south-west.
+RasterSpec Geographic(const char* driver = "GTiff") {
+    RasterSpec spec;
+    spec.driver = driver;
+    spec.nx = 100;
+    spec.ny = 100;
+    spec.transform = {139.5, 0.01, 0, 35.5, 0, -0.01};
+    return spec;
+}
+double Slope(int column, int line) { return -1000.0 + 3.0 * column + 7.0 * (99 - line); }
+
+GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bounds,
+                       std::vector<std::string> sources, const std::string& output = "out.txt") {
+    GridOptions o;
+    o.epsg = epsg;
+    o.spacing = spacing;
+    o.bounds = bounds;
+    o.output = (dir / output).string();
+    for (std::string& s : sources)
+        o.sources.push_back((dir / s).string());
+    return o;
+}
+
+} // namespace
+
+TEST(PrepGrid, EqualsGdalWarpOfTheSameSourceInEveryFormat) {
+    struct Case {
+        const char* driver;
+        const char* file;
+        int epsg;
+        double spacing;
+        Bounds bounds;
+        const char* resampling; // what the automatic choice must be
+    };
+    const Case cases[] = {
+        {"GTiff", "src.tif", 4326, 0.025, {139.6, 34.6, 140.4, 35.3}, "average"},
+        {"netCDF", "src.nc", 2451, 250, {-20000, -150000, 30000, -70000}, "bilinear"},
+        {"AAIGrid", "src.asc", 4326, 0.004, {139.71, 34.83, 139.93, 35.11}, "bilinear"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.driver);
+        TempDir dir;
+        MakeRaster((dir.path() / c.file).string(), Geographic(c.driver), Slope);
+        const Outcome run =
+            RunCaptured(Standalone(dir.path(), c.epsg, c.spacing, c.bounds, {c.file}));
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_NE(run.out.find(std::string("(") + c.resampling + ")"), std::string::npos)
+            << run.out;
+
+        int nx = 0;
+        int ny = 0;
+        const std::vector<double> reference = GdalWarpReference(
+            (dir.path() / c.file).string(), c.epsg, c.bounds, c.spacing, c.resampling, nx, ny);
+        const Region grid = ReadBack((dir.path() / "out.txt").string(), c.spacing);
+        ASSERT_EQ(grid.nx, nx);
+        ASSERT_EQ(grid.ny, ny);
+        EXPECT_DOUBLE_EQ(grid.org_x, c.bounds[0] + c.spacing / 2);
+        EXPECT_DOUBLE_EQ(grid.org_y, c.bounds[1] + c.spacing / 2);
+        int differing = 0;
+        for (int j = 0; j < ny; ++j)
+            for (int i = 0; i < nx; ++i) {
+                const double expected = reference[static_cast<std::size_t>(ny - 1 - j) * nx + i];
+                differing += static_cast<float>(grid.grid(i, j)) != static_cast<float>(expected);
+            }
+        EXPECT_EQ(differing, 0);
+        // The first row is the southern one: the source grows to the north.
+        EXPECT_LT(grid.grid(0, 0), grid.grid(0, ny - 1));
+    }
+}
+
+TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
+    TempDir dir;
+    MakeRaster((dir.path() / "regional.tif").string(), Geographic(), [](int, int) { return 1.0; });
+    // A plane-system survey with a nodata hole in its middle, inside the grid's west half.
+    RasterSpec survey;
+    survey.nx = 10;
+    survey.ny = 10;
+    survey.epsg = 2451;
+    survey.transform = {0, 100, 0, -90000, 0, -100};
+    survey.noData = -9999;
+    MakeRaster((dir.path() / "survey.tif").string(), survey,
+               [](int c, int l) { return c >= 4 && c < 6 && l >= 4 && l < 6 ? -9999.0 : 2.0; });
+    GridOptions o = Standalone(dir.path(), 2451, 100, {0, -91000, 2000, -90000},
+                               {"regional.tif", "survey.tif"});
+    o.resampling = "near";
+    const Outcome run = RunCaptured(o);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Region grid = ReadBack(o.output, 100);
+    ASSERT_EQ(grid.nx, 20);
+    ASSERT_EQ(grid.ny, 10);
+    // Row j from the south is survey line 9 - j.
+    for (int j = 0; j < 10; ++j)
+        for (int i = 0; i < 20; ++i) {
+            const bool hole = i >= 4 && i < 6 && 9 - j >= 4 && 9 - j < 6;
+            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? 2.0 : 1.0) << i << " " << j;
+        }
+    EXPECT_NE(run.out.find("survey.tif (near): 96 cells, 48.0 %"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("regional.tif (near): 104 cells, 52.0 %"), std::string::npos);
+}
+
+TEST(PrepGrid, DepthsPositiveDownBecomeElevations) {
+    TempDir dir;
+    MakeRaster((dir.path() / "a.tif").string(), Geographic(), [](int, int) { return 40.0; });
+    RasterSpec westHalf = Geographic("AAIGrid");
+    westHalf.noData = -9999;
+    MakeRaster((dir.path() / "b.asc").string(), westHalf,
+               [](int c, int) { return c < 50 ? 25.0 : -9999.0; });
+    struct Case {
+        bool all;
+        std::vector<int> which;
+        double west, east; // expected cell values
+    };
+    const Case cases[] = {{true, {}, -25, -40}, {false, {2}, -25, 40}, {false, {1}, 25, -40}};
+    for (const Case& c : cases) {
+        GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.5, 34.5, 140.5, 35.5},
+                                   {"a.tif", "b.asc"});
+        o.depthPositive = c.all;
+        o.depthPositiveSources = c.which;
+        o.resampling = "near";
+        ASSERT_EQ(RunCaptured(o).status, 0);
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_EQ(grid.grid(0, 0), c.west);
+        EXPECT_EQ(grid.grid(9, 9), c.east);
+    }
+}
+
+TEST(PrepGrid, UncoveredCellsAreAnErrorUnlessFilledOnPurpose) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {140.0, 35.0, 140.8, 35.4}, {"src.tif"});
+    o.resampling = "near";
+    const Outcome refused = RunCaptured(o);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err, "seaforge-prep: 12 of 32 cells are covered by no source with valid "
+                           "data, within x 140.5 .. 140.8, y 35 .. 35.4 (cell edges, EPSG 4326); "
+                           "add a source that covers them, or give them a value on purpose with "
+                           "--fill VALUE\n");
+    EXPECT_EQ(refused.out, "");
+    EXPECT_FALSE(fs::exists(o.output));
+
+    o.fill = -5000;
+    const Outcome filled = RunCaptured(o);
+    ASSERT_EQ(filled.status, 0) << filled.err;
+    EXPECT_NE(filled.out.find("filled       12 cells (37.5 %) with -5000"), std::string::npos);
+    const Region grid = ReadBack(o.output, 0.1);
+    EXPECT_EQ(grid.grid(7, 3), -5000);
+    EXPECT_NE(grid.grid(4, 3), -5000);
+}
+
+TEST(PrepGrid, AFailedRunLeavesTheOldGridWhole) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    const std::string old = dir.Write("out.bin", "a good grid");
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {140.0, 35.0, 140.8, 35.4}, {"src.tif"},
+                               "out.bin");
+    EXPECT_EQ(RunCaptured(o).status, 1); // uncovered cells
+    o.output = (dir.path() / "missing" / "out.bin").string();
+    o.bounds = Bounds{139.6, 34.6, 140.4, 35.4};
+    const Outcome unwritable = RunCaptured(o);
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(unwritable.err,
+              "seaforge-prep: cannot write " + o.output + ": No such file or directory\n");
+    EXPECT_EQ(Slurp(old), "a good grid");
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"out.bin", "src.tif"}));
+
+    o.output = old;
+    ASSERT_EQ(RunCaptured(o).status, 0);
+    const Region grid = ReadBack(old);
+    EXPECT_EQ(grid.nx, 8);
+    EXPECT_FLOAT_EQ(static_cast<float>(grid.gridSize), 0.1f); // the binary header's spacing
+}
+
+TEST(PrepGrid, BadInputEndsInOneLine) {
+    TempDir dir;
+    RasterSpec noSystem = Geographic();
+    noSystem.epsg = 0;
+    MakeRaster((dir.path() / "nosrs.tif").string(), noSystem, Slope);
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    dir.Write("text.tif", "not a raster");
+    const std::string src = (dir.path() / "src.tif").string();
+    struct Case {
+        std::vector<std::string> sources;
+        Bounds bounds;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {{"nosrs.tif"}, {139.6, 34.6, 140, 35}, "nosrs.tif: has no coordinate system; give it one"},
+        {{"src.tif", "gone.tif"}, {139.6, 34.6, 140, 35}, "gone.tif: GDAL cannot open it as a raster"},
+        {{"text.tif"}, {139.6, 34.6, 140, 35}, "text.tif: GDAL cannot open it as a raster"},
+        {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
+        {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
+    };
+    for (const Case& c : cases) {
+        const Outcome run =
+            RunCaptured(Standalone(dir.path(), 4326, 0.1, c.bounds, c.sources, "out.txt"));
+        EXPECT_EQ(run.status, 1) << c.expected;
+        EXPECT_NE(run.err.find(c.expected), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.rfind("seaforge-prep: ", 0), 0u) << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_FALSE(fs::exists(dir.path() / "out.txt"));
+    }
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "region/Region.hpp"
+
+#include <cpl_string.h>
+#include <gdal_priv.h>
+#include <gdal_utils.h>
+#include <ogr_spatialref.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Elevation rasters made in the test with GDAL, in the formats modellers bring.
+struct RasterSpec {
+    const char* driver = "GTiff";     // GTiff, netCDF, AAIGrid, ...
+    int nx = 0;                       // columns
+    int ny = 0;                       // lines, the first at the north
+    std::array<double, 6> transform{}; // GDAL geotransform (north-up)
+    int epsg = 4326;                  // 0: no coordinate system
+    std::optional<double> noData;
+};
+
+// value(column, line): line 0 is the northern row.
+inline void MakeRaster(const std::string& path, const RasterSpec& spec,
+                       const std::function<double(int, int)>& value) {
+    GDALAllRegister();
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr ds(mem->Create("", spec.nx, spec.ny, 1, GDT_Float32, nullptr));
+    std::vector<float> cells(static_cast<std::size_t>(spec.nx) * spec.ny);
+    for (int l = 0; l < spec.ny; ++l)
+        for (int c = 0; c < spec.nx; ++c)
+            cells[static_cast<std::size_t>(l) * spec.nx + c] = static_cast<float>(value(c, l));
+    ASSERT_EQ(ds->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, spec.nx, spec.ny, cells.data(),
+                                             spec.nx, spec.ny, GDT_Float32, 0, 0, nullptr),
+              CE_None);
+    std::array<double, 6> transform = spec.transform;
+    ds->SetGeoTransform(transform.data());
+    if (spec.epsg != 0) {
+        OGRSpatialReference srs;
+        srs.importFromEPSG(spec.epsg);
+        ds->SetSpatialRef(&srs);
+    }
+    if (spec.noData)
+        ds->GetRasterBand(1)->SetNoDataValue(*spec.noData);
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(spec.driver);
+    ASSERT_NE(driver, nullptr) << spec.driver;
+    GDALDatasetUniquePtr copy(
+        driver->CreateCopy(path.c_str(), ds.get(), FALSE, nullptr, nullptr, nullptr));
+    ASSERT_NE(copy, nullptr) << path;
+}
+
+// What gdalwarp makes of `source` on the cell edges `bounds` at `spacing` in `epsg`, as
+// doubles, north-up (line 0 at the north); NaN where it has no data.
+inline std::vector<double> GdalWarpReference(const std::string& source, int epsg,
+                                             const std::array<double, 4>& bounds, double spacing,
+                                             const char* resampling, int& nx, int& ny) {
+    GDALAllRegister();
+    CPLStringList args;
+    for (const std::string& a :
+         {std::string("-of"), std::string("MEM"), std::string("-t_srs"),
+          "EPSG:" + std::to_string(epsg), std::string("-te"), std::to_string(bounds[0]),
+          std::to_string(bounds[1]), std::to_string(bounds[2]), std::to_string(bounds[3]),
+          std::string("-tr"), std::to_string(spacing), std::to_string(spacing),
+          std::string("-r"), std::string(resampling), std::string("-ot"),
+          std::string("Float64"), std::string("-dstnodata"), std::string("nan")})
+        args.AddString(a.c_str());
+    GDALWarpAppOptions* options = GDALWarpAppOptionsNew(args.List(), nullptr);
+    GDALDatasetH src = GDALOpen(source.c_str(), GA_ReadOnly);
+    GDALDatasetH out = GDALWarp("", nullptr, 1, &src, options, nullptr);
+    GDALWarpAppOptionsFree(options);
+    std::vector<double> values;
+    if (out != nullptr) {
+        nx = GDALGetRasterXSize(out);
+        ny = GDALGetRasterYSize(out);
+        values.resize(static_cast<std::size_t>(nx) * ny);
+        if (GDALRasterIO(GDALGetRasterBand(out, 1), GF_Read, 0, 0, nx, ny, values.data(), nx,
+                         ny, GDT_Float64, 0, 0) != CE_None)
+            values.clear();
+        GDALClose(out);
+    }
+    GDALClose(src);
+    return values;
+}
+
+// A grid file read back as the run reads it.
+inline Region ReadBack(const std::string& path, double gridSize = 0) {
+    XML_REGION record;
+    record.GridSize = gridSize;
+    record.Topography.FileName = path;
+    Region grid(TPG_R, record);
+    std::int64_t values = 0;
+    EXPECT_EQ(grid.LoadFile(values), 0) << path;
+    return grid;
+}
