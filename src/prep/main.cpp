@@ -62,15 +62,15 @@ int main(int argc, char** argv) {
     gridCommand->add_option("-o,--output", grid.output, "Grid file to write, without a project");
     auto* boundsOption = gridCommand->add_option("--bounds", bounds,
                                                  "XMIN YMIN XMAX YMAX: cell edges in the grid's system")
-                             ->expected(4);
+                             ->expected(4)->allow_extra_args(false);
     auto* lonLatOption =
         gridCommand->add_option("--bounds-lonlat", boundsLonLat,
                                 "LONMIN LATMIN LONMAX LATMAX: the same in degrees")
-            ->expected(4);
+            ->expected(4)->allow_extra_args(false);
     auto* originOption =
         gridCommand->add_option("--origin", origin, "X Y: grid point (0, 0), for an exact geometry")
-            ->expected(2);
-    gridCommand->add_option("--size", size, "NX NY: grid points, with --origin")->expected(2);
+            ->expected(2)->allow_extra_args(false);
+    gridCommand->add_option("--size", size, "NX NY: grid points, with --origin")->expected(2)->allow_extra_args(false);
     boundsOption->excludes(lonLatOption)->excludes(originOption);
     lonLatOption->excludes(originOption);
     gridCommand->add_flag("--depth-positive", grid.depthPositive,
@@ -93,8 +93,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         if (e.get_exit_code() == 0)
             return app.exit(e);
-        std::fprintf(stderr, "seaforge-prep: %s\n", e.what());
-        std::fprintf(stderr, "Run 'seaforge-prep --help' for the commands and their options.\n");
+        std::fprintf(stderr, "seaforge-prep: %s (see seaforge-prep --help)\n", e.what());
         return 1;
     }
 
