@@ -362,7 +362,9 @@ void PrintSummary(const Target& t, const Placed& placed, const Region& out,
     else if (t.base)
         std::printf("  in base      %s: the run's nesting check accepts it\n",
                     RegionLabel(*t.base).c_str());
-    std::printf("  values       %.10g .. %.10g\n", out.valMin, out.valMax);
+    // As stored: every cell is written as a float.
+    std::printf("  values       %.9g .. %.9g\n", double{static_cast<float>(out.valMin)},
+                double{static_cast<float>(out.valMax)});
     for (const SourceShare& s : outcome.sources)
         std::printf("  source       %s (%s): %" PRId64 " cells, %s\n", s.path.c_str(),
                     s.resampling.c_str(), s.cells, Percent(s.cells, total).c_str());

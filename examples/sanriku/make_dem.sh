@@ -5,7 +5,7 @@
 #
 # Needs GMT 6 with the full-resolution GSHHG coastlines (Debian packages
 # gmt, gmt-gshhg-full) and the GDAL command-line tools (gdal-bin).
-# Usage: examples/real/make_dem.sh   (from any directory)
+# Usage: examples/sanriku/make_dem.sh   (from any directory)
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
