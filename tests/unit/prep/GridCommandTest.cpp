@@ -239,3 +239,51 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         EXPECT_FALSE(fs::exists(dir.path() / "out.txt"));
     }
 }
+
+TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+
+    // Longitude-latitude bounds become the plane box that holds them: its corners are the
+    // lon-lat box's extreme points, whole cells of 500 m from its south-west corner.
+    GridOptions lonLat = Standalone(dir.path(), 2451, 500, {}, {"src.tif"});
+    lonLat.bounds.reset();
+    lonLat.boundsLonLat = Bounds{139.7, 34.8, 140.2, 35.2};
+    ASSERT_EQ(RunCaptured(lonLat).status, 0);
+    const Region plane = ReadBack(lonLat.output, 500);
+    // From cs2cs over the same 65 points a side: easting -12200.081 .. 33550.294 (the
+    // south-west and north-east corners), northing -133124.204 (on the central meridian,
+    // where the parallel 34.8 N lies lowest) .. -88690.829.
+    EXPECT_NEAR(plane.org_x - 250, -12200.081, 0.01);
+    EXPECT_NEAR(plane.org_y - 250, -133124.204, 0.01);
+    EXPECT_EQ(plane.nx, 92);
+    EXPECT_EQ(plane.ny, 89);
+
+    // Exact points: grid point (0, 0) at the origin, and a north-up float GeoTIFF beside.
+    GridOptions exact = Standalone(dir.path(), 4326, 0.05, {}, {"src.tif"}, "exact.bin");
+    exact.bounds.reset();
+    exact.origin = std::array<double, 2>{139.625, 34.675};
+    exact.size = std::array<int, 2>{6, 4};
+    exact.geotiff = (dir.path() / "exact.tif").string();
+    ASSERT_EQ(RunCaptured(exact).status, 0);
+    const Region grid = ReadBack(exact.output);
+    EXPECT_EQ(grid.org_x, 139.625);
+    EXPECT_EQ(grid.org_y, 34.675);
+    ASSERT_EQ(grid.nx, 6);
+    ASSERT_EQ(grid.ny, 4);
+    GDALDatasetUniquePtr tiff(GDALDataset::Open(exact.geotiff.c_str(), GDAL_OF_RASTER));
+    ASSERT_NE(tiff, nullptr);
+    double transform[6];
+    ASSERT_EQ(tiff->GetGeoTransform(transform), CE_None);
+    EXPECT_DOUBLE_EQ(transform[0], 139.6);
+    EXPECT_DOUBLE_EQ(transform[3], 34.85);
+    EXPECT_DOUBLE_EQ(transform[5], -0.05);
+    EXPECT_STREQ(tiff->GetSpatialRef()->GetAuthorityCode(nullptr), "4326");
+    for (const auto& [column, line] : {std::pair{0, 0}, {5, 0}, {2, 3}}) {
+        float pixel = 0;
+        ASSERT_EQ(tiff->GetRasterBand(1)->RasterIO(GF_Read, column, line, 1, 1, &pixel, 1, 1,
+                                                   GDT_Float32, 0, 0, nullptr),
+                  CE_None);
+        EXPECT_EQ(pixel, static_cast<float>(grid.grid(column, 3 - line))) << column << " " << line;
+    }
+}
