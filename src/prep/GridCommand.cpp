@@ -294,8 +294,14 @@ std::vector<WarpSource> Sources(const GridOptions& o) {
     if (o.sources.empty())
         throw PrepError("give at least one elevation source");
     std::vector<WarpSource> sources;
-    for (const std::string& path : o.sources)
+    for (const std::string& path : o.sources) {
+        const bool named = path.size() > 4 && (path.compare(path.size() - 4, 4, ".xml") == 0 ||
+                                               path.compare(path.size() - 4, 4, ".XML") == 0);
+        if (named && o.project.empty())
+            throw PrepError(path + " looks like a project file: give --region N to build one of "
+                                   "its regions");
         sources.push_back({path, o.depthPositive});
+    }
     for (int k : o.depthPositiveSources) {
         if (k < 1 || k > static_cast<int>(sources.size()))
             throw PrepError(StringPrintf("--depth-positive-source %d: there are %zu sources", k,

@@ -61,7 +61,7 @@ GDALDatasetUniquePtr OpenSource(const std::string& path) {
                                "for example with gdal_translate -a_ullr");
     if (ds->GetSpatialRef() == nullptr || ds->GetSpatialRef()->IsEmpty())
         throw PrepError(path + ": has no coordinate system; give it one, for example with "
-                               "gdal_edit.py -a_srs EPSG:4326 " + path);
+                               "gdal_translate -a_srs EPSG:4326 " + path + " with-system.tif");
     return ds;
 }
 

@@ -228,6 +228,7 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         {{"text.tif"}, {139.6, 34.6, 140, 35}, "text.tif: GDAL cannot open it as a raster"},
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
+        {{"project.xml", "src.tif"}, {139.6, 34.6, 140, 35}, "give --region N to build one"},
     };
     for (const Case& c : cases) {
         const Outcome run =
