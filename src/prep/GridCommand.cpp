@@ -205,25 +205,24 @@ std::string NestingRefusal(const Region& own, const Region& base, const Target& 
     const CellExtent b = CellExtentOf(base.org_x, base.org_y, base.gridSize, base.nx, base.ny);
     const std::string head = t.label + " does not lie inside its base " + RegionLabel(*t.base) +
                              " as the run checks it: ";
-    switch (reason) {
-    case 1:
-        return head + StringPrintf("its western cell edge %.10g lies west of the base's %.10g "
-                                   "(the run stops with \"Comprisable dimX:NG\")",
-                                   o.minX, b.minX);
-    case 2:
-        return head + StringPrintf("its southern cell edge %.10g lies south of the base's %.10g "
-                                   "(the run stops with \"Comprisable dimY:NG\")",
-                                   o.minY, b.minY);
-    case 3:
-        return head + StringPrintf("its eastern cell edge %.10g lies east of the base's %.10g "
-                                   "(the run stops with \"Comprisable dimX:NG\")",
-                                   o.maxX, b.maxX);
-    case 4:
-        return head + StringPrintf("its northern cell edge %.10g lies north of the base's %.10g "
-                                   "(the run stops with \"Comprisable dimY:NG\")",
-                                   o.maxY, b.maxY);
-    default:
-        break;
+    if (reason <= 4) {
+        struct Side {
+            const char* edge;
+            const char* beyond;
+            double own;
+            double base;
+            const char* refusal; // the run's own words
+        };
+        const Side sides[] = {
+            {"western", "west", o.minX, b.minX, "Comprisable dimX:NG"},
+            {"southern", "south", o.minY, b.minY, "Comprisable dimY:NG"},
+            {"eastern", "east", o.maxX, b.maxX, "Comprisable dimX:NG"},
+            {"northern", "north", o.maxY, b.maxY, "Comprisable dimY:NG"},
+        };
+        const Side& side = sides[reason - 1];
+        return head + StringPrintf("its %s cell edge %.10g lies %s of the base's %.10g (the run "
+                                   "stops with \"%s\")",
+                                   side.edge, side.own, side.beyond, side.base, side.refusal);
     }
     // Across systems the run looks for each corner among the base points carried into this
     // region's system, in boxes that never reach the base's outer rows and columns.
