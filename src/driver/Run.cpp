@@ -9,6 +9,7 @@
 #include "project/FilePtr.hpp"
 #include "project/QuorXmlParameter.hpp"
 #include "region/Region.hpp"
+#include "region/TimeSteps.hpp"
 
 #include <algorithm>
 #include <array>
@@ -230,33 +231,11 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         done->FreeVecMem();
 }
 
-// Every region's time step, built from the innermost (highest-numbered) region outwards,
-// then each region's step ratio from its parent, then the report.
+// Every region's time step and step ratio, then the report.
 void CalcTimeSteps(const QuorXmlParameter& project, RegionMap& topographies) {
-    if (topographies.empty())
-        return;
-    auto region = topographies.rbegin();
-    // A limit of 0 keeps the innermost region at exactly TimeIncrement.
-    if (!region->second.CalcDT(project.TimeIncrement, 0.0))
+    if (WorkOutTimeSteps(topographies, project.TimeIncrement, project.TimeNestingCFLLimit, true)
+            .failed)
         throw 10;
-    int previousEpsg = region->second.epsg;
-    double previousDt = region->second.dt;
-    for (++region; region != topographies.rend(); ++region) {
-        // A change of coordinate system between neighbours forbids the factor 3.
-        const double limit =
-            region->second.epsg == previousEpsg ? project.TimeNestingCFLLimit : 0.0;
-        if (!region->second.CalcDT(previousDt, limit))
-            throw 10;
-        previousEpsg = region->second.epsg;
-        previousDt = region->second.dt;
-    }
-    for (auto r = topographies.rbegin(); r != topographies.rend(); ++r) {
-        Region& nested = r->second;
-        if (nested.baseRegionNo == 0)
-            nested.SetStepRatio(1);
-        else
-            nested.SetStepRatio(BaseTopography(topographies, nested.baseRegionNo).timeRatio);
-    }
     for (const auto& [regionNo, r] : topographies) {
         std::printf("\n>>>>>>>>>>>>>>>>>>>>>>> Calc Time Step Ratio:%s\n", r.regionName.c_str());
         std::printf("    min. DX : %7.2f [m]\n", static_cast<double>(r.dxMeter));

@@ -27,92 +27,94 @@ bool LayerKeyDescending::operator()(double a, double b) const {
 QuorXmlParameter::QuorXmlParameter(std::string xmlFileName)
     : XmlFileName(std::move(xmlFileName)) {}
 
-bool QuorXmlParameter::checkXML() const {
-    try {
-        if (ProjectName.empty())
-            throw 1;
-        if (Faults.empty())
-            throw 2;
-        // Kept: only the first fault's file is required.
-        if (Faults.front().FileName.empty())
-            throw 3;
-        if (!(TotalTime > 0.0))
-            throw 4;
-        if (!(TimeIncrement > 0.0))
-            throw 5;
-        // Layers are not validated: rules 6 to 8 exist only as detail lines.
-        if (Regions.empty())
-            throw 9;
-        for (const auto& [regionNo, region] : Regions) {
-            if (region.RegionNo < 1)
-                throw 10;
-            if (region.RegionName.empty())
-                throw 11;
-            if (region.BaseRegionNo < 0)
-                throw 12;
-            if (!(region.GridSize > 0.0))
-                throw 13;
-            if (region.Topography.FileName.empty())
-                throw 14;
-        }
-        const XML_OUTPUTSETTING& out = OutputSetting;
-        if ((IsSwitchOn(out.Dump1dWaterHeight) || IsSwitchOn(out.Dump1dTotalDepth) ||
-             IsSwitchOn(out.Dump1dWaterDischarge)) &&
-            StationPos.empty())
-            throw 15;
-        if (IsSwitchOn(out.CoastalWaterHeight) || IsSwitchOn(out.CoastalWaterHeightArrivalTime) ||
-            IsSwitchOn(out.CoastalRelativeWaterHeight) ||
-            IsSwitchOn(out.CoastalRelativeWaterHeightArrivalTime)) {
-            if (ExtractPoints.empty())
-                throw 16;
-            if (IsSwitchOn(out.CoastalWaterHeightArrivalTime) &&
-                out.CoastalWaterHeightThreshold.empty())
-                throw 17;
-            if (IsSwitchOn(out.CoastalRelativeWaterHeightArrivalTime) &&
-                out.CoastalRelativeWaterHeightThreshold.empty())
-                throw 18;
-        }
-        if (IsSwitchOn(out.LandInundationArrivalTime) && out.LandInundationThreshold.empty())
-            throw 19;
-    } catch (int rule) {
-        const char* detail = "";
-        switch (rule) {
-        case 1: detail = "  ERROR-DETAIL:Please set <ProjectName>."; break;
-        case 2: detail = "  ERROR-DETAIL:Please set <FaultModel>."; break;
-        case 3: detail = "  ERROR-DETAIL:Please set <FaultModel>/<FileName>."; break;
-        case 4: detail = "  ERROR-DETAIL:Please set <TotalTime>."; break;
-        case 5: detail = "  ERROR-DETAIL:Please set <TimeIncrement>."; break;
-        case 6: detail = "  ERROR-DETAIL:Please set <Layer>."; break;
-        case 7: detail = "  ERROR-DETAIL:Please set <Layer>/<LayerNo>."; break;
-        case 8: detail = "  ERROR-DETAIL:Please set <Layer>/<GridSize>."; break;
-        case 9: detail = "  ERROR-DETAIL:Please set <Region>."; break;
-        case 10: detail = "  ERROR-DETAIL:Please set <Region>/<RegionNo>."; break;
-        case 11: detail = "  ERROR-DETAIL:Please set <Region>/<RegionName>."; break;
-        case 12: detail = "  ERROR-DETAIL:Please set <Region>/<BaseRegionNo>."; break;
-        case 13: detail = "  ERROR-DETAIL:Please set <Region>/<GridSize>."; break;
-        case 14: detail = "  ERROR-DETAIL:Please set <Region>/<Topography>/<FileName>."; break;
-        // Kept: "Dumpld" with a lower-case L, as users have always seen it.
-        case 15: detail = "  ERROR-DETAIL:Please set <Dumpld>/<StationPos>/<FileName>."; break;
-        case 16:
-            detail = "  ERROR-DETAIL:Please set <CoastalPoint>/<ExtractPoint>/<FileName>.";
-            break;
-        case 17:
-            detail = "  ERROR-DETAIL:Please set <CoastalPoint>/<WaterHeightArrivalTime>/<ThresholdFileName>.";
-            break;
-        case 18:
-            detail = "  ERROR-DETAIL:Please set <CoastalPoint>/<RelativeWaterHeightArrivalTime>/<ThresholdFileName>.";
-            break;
-        case 19:
-            detail = "  ERROR-DETAIL:Please set <Land>/<InundationArrivalTime>/<ThresholdFileName>.";
-            break;
-        }
-        const std::string where =
-            "  ERROR-DETAIL:Abnormal action at Reading XML File : " + XmlFileName;
-        if (*detail != '\0')
-            PrintErrorBlock({"ERROR:XML OBJECT METHOD", where, detail});
-        else
-            PrintErrorBlock({"ERROR:XML OBJECT METHOD", where});
-        return false;
+int QuorXmlParameter::checkXMLRule() const {
+    if (ProjectName.empty())
+        return 1;
+    if (Faults.empty())
+        return 2;
+    // Kept: only the first fault's file is required.
+    if (Faults.front().FileName.empty())
+        return 3;
+    if (!(TotalTime > 0.0))
+        return 4;
+    if (!(TimeIncrement > 0.0))
+        return 5;
+    // Layers are not validated: rules 6 to 8 exist only as detail lines.
+    if (Regions.empty())
+        return 9;
+    for (const auto& [regionNo, region] : Regions) {
+        if (region.RegionNo < 1)
+            return 10;
+        if (region.RegionName.empty())
+            return 11;
+        if (region.BaseRegionNo < 0)
+            return 12;
+        if (!(region.GridSize > 0.0))
+            return 13;
+        if (region.Topography.FileName.empty())
+            return 14;
     }
-    return true;
+    const XML_OUTPUTSETTING& out = OutputSetting;
+    if ((IsSwitchOn(out.Dump1dWaterHeight) || IsSwitchOn(out.Dump1dTotalDepth) ||
+         IsSwitchOn(out.Dump1dWaterDischarge)) &&
+        StationPos.empty())
+        return 15;
+    if (IsSwitchOn(out.CoastalWaterHeight) || IsSwitchOn(out.CoastalWaterHeightArrivalTime) ||
+        IsSwitchOn(out.CoastalRelativeWaterHeight) ||
+        IsSwitchOn(out.CoastalRelativeWaterHeightArrivalTime)) {
+        if (ExtractPoints.empty())
+            return 16;
+        if (IsSwitchOn(out.CoastalWaterHeightArrivalTime) &&
+            out.CoastalWaterHeightThreshold.empty())
+            return 17;
+        if (IsSwitchOn(out.CoastalRelativeWaterHeightArrivalTime) &&
+            out.CoastalRelativeWaterHeightThreshold.empty())
+            return 18;
+    }
+    if (IsSwitchOn(out.LandInundationArrivalTime) && out.LandInundationThreshold.empty())
+        return 19;
+    return 0;
+}
+
+const char* QuorXmlParameter::checkXMLDetail(int rule) {
+    switch (rule) {
+    case 1: return "  ERROR-DETAIL:Please set <ProjectName>.";
+    case 2: return "  ERROR-DETAIL:Please set <FaultModel>.";
+    case 3: return "  ERROR-DETAIL:Please set <FaultModel>/<FileName>.";
+    case 4: return "  ERROR-DETAIL:Please set <TotalTime>.";
+    case 5: return "  ERROR-DETAIL:Please set <TimeIncrement>.";
+    case 6: return "  ERROR-DETAIL:Please set <Layer>.";
+    case 7: return "  ERROR-DETAIL:Please set <Layer>/<LayerNo>.";
+    case 8: return "  ERROR-DETAIL:Please set <Layer>/<GridSize>.";
+    case 9: return "  ERROR-DETAIL:Please set <Region>.";
+    case 10: return "  ERROR-DETAIL:Please set <Region>/<RegionNo>.";
+    case 11: return "  ERROR-DETAIL:Please set <Region>/<RegionName>.";
+    case 12: return "  ERROR-DETAIL:Please set <Region>/<BaseRegionNo>.";
+    case 13: return "  ERROR-DETAIL:Please set <Region>/<GridSize>.";
+    case 14: return "  ERROR-DETAIL:Please set <Region>/<Topography>/<FileName>.";
+    // Kept: "Dumpld" with a lower-case L, as users have always seen it.
+    case 15: return "  ERROR-DETAIL:Please set <Dumpld>/<StationPos>/<FileName>.";
+    case 16:
+        return "  ERROR-DETAIL:Please set <CoastalPoint>/<ExtractPoint>/<FileName>.";
+    case 17:
+        return "  ERROR-DETAIL:Please set <CoastalPoint>/<WaterHeightArrivalTime>/<ThresholdFileName>.";
+    case 18:
+        return "  ERROR-DETAIL:Please set <CoastalPoint>/<RelativeWaterHeightArrivalTime>/<ThresholdFileName>.";
+    case 19:
+        return "  ERROR-DETAIL:Please set <Land>/<InundationArrivalTime>/<ThresholdFileName>.";
+    }
+    return "";
+}
+
+bool QuorXmlParameter::checkXML() const {
+    const int rule = checkXMLRule();
+    if (rule == 0)
+        return true;
+    const char* detail = checkXMLDetail(rule);
+    const std::string where = "  ERROR-DETAIL:Abnormal action at Reading XML File : " + XmlFileName;
+    if (*detail != '\0')
+        PrintErrorBlock({"ERROR:XML OBJECT METHOD", where, detail});
+    else
+        PrintErrorBlock({"ERROR:XML OBJECT METHOD", where});
+    return false;
 }

@@ -37,6 +37,11 @@ class QuorXmlParameter {
     // Checks the settings without which no run can be made. On the first violation prints
     // the "ERROR:XML OBJECT METHOD" block with its "Please set" line and returns false.
     [[nodiscard]] bool checkXML() const;
+    // The test of checkXML alone, printing nothing: 0 when every rule holds, else the
+    // number of the first rule violated; checkXMLDetail gives that rule's detail line as
+    // checkXML prints it ("" for a rule without one).
+    [[nodiscard]] int checkXMLRule() const;
+    [[nodiscard]] static const char* checkXMLDetail(int rule);
 
     // The project part of the two configuration files the calculators read; the regions
     // follow from the driver. Always true: the caller owns the file and its errors.

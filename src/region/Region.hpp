@@ -94,6 +94,10 @@ class Region {
     // cfl. Returns false after the "Calculate CFL" error block.
     [[nodiscard]] bool CalcDT(double timeIncrement, double cflLimit);
     void SetStepRatio(int ratio); // the parent region's timeRatio
+    // The computation of CalcDT alone, printing nothing: 0 when the members are set, else
+    // CalcDT's detail code (1 limit outside 0 .. 1, 2 time increment not positive, 3
+    // spacing in metres not positive; dxMeter is already set then).
+    [[nodiscard]] int TimeStepFailure(double timeIncrement, double cflLimit);
 
     // RegionCheckComprisable.cpp
     // True, after printing "Comprisable:OK", when this grid's cells lie inside the base

@@ -14,35 +14,41 @@ constexpr double kTwiceGravity = 19.6;     // 2 g, m/s^2: the wave speed is sqrt
 
 } // namespace
 
+int Region::TimeStepFailure(double timeIncrement, double cflLimit) {
+    if (cflLimit < 0.0 || cflLimit > 1.0)
+        return 1;
+    if (timeIncrement <= 0.0)
+        return 2;
+    if (coordType == 0) {
+        dxMeter = static_cast<float>(gridSize);
+    } else {
+        // The poleward edge has the narrowest east-west spacing, so the strictest CFL.
+        const double lat = std::max(std::fabs((ny - 1) * gridSize + org_y), std::fabs(org_y));
+        dxMeter = static_cast<float>(gridSize / 180.0 * kPi * kEarthRadius *
+                                     std::cos(lat / 180.0 * kPi));
+    }
+    if (dxMeter <= 0.0f)
+        return 3;
+    // No clamping: a grid without any point below zero gives the speed the arithmetic gives.
+    const double courant = (timeIncrement / dxMeter) * std::sqrt(-valMin * kTwiceGravity);
+    if (cflLimit > 3.0 * courant) {
+        timeRatio = 3;
+        dt = timeIncrement * 3.0;
+    } else {
+        timeRatio = 1;
+        dt = timeIncrement;
+    }
+    cfl = timeRatio * courant;
+    return 0;
+}
+
 bool Region::CalcDT(double timeIncrement, double cflLimit) {
     try {
-        if (cflLimit < 0.0 || cflLimit > 1.0)
-            throw 1;
-        if (timeIncrement <= 0.0)
-            throw 2;
-        if (coordType == 0) {
-            dxMeter = static_cast<float>(gridSize);
-        } else {
-            // The poleward edge has the narrowest east-west spacing, so the strictest CFL.
-            const double lat =
-                std::max(std::fabs((ny - 1) * gridSize + org_y), std::fabs(org_y));
-            dxMeter = static_cast<float>(gridSize / 180.0 * kPi * kEarthRadius *
-                                         std::cos(lat / 180.0 * kPi));
+        if (const int reason = TimeStepFailure(timeIncrement, cflLimit)) {
+            if (reason == 3)
+                std::printf("************** here:%s DX:%g\n", regionName.c_str(), gridSize);
+            throw reason;
         }
-        if (dxMeter <= 0.0f) {
-            std::printf("************** here:%s DX:%g\n", regionName.c_str(), gridSize);
-            throw 3;
-        }
-        // No clamping: a grid without any point below zero gives the speed the arithmetic gives.
-        const double courant = (timeIncrement / dxMeter) * std::sqrt(-valMin * kTwiceGravity);
-        if (cflLimit > 3.0 * courant) {
-            timeRatio = 3;
-            dt = timeIncrement * 3.0;
-        } else {
-            timeRatio = 1;
-            dt = timeIncrement;
-        }
-        cfl = timeRatio * courant;
         return true;
     } catch (int reason) {
         const char* detail = "";
