@@ -56,44 +56,50 @@ Fault::Fault(const XML_FAULT& rec)
 
 Fault::~Fault() = default;
 
+int Fault::LoadFile() {
+    FilePtr file(std::fopen(fileName.c_str(), "r"));
+    if (!file)
+        return 1;
+    LinePieceReader reader(file.get());
+    while (reader.Next()) {
+        if (reader.IsComment())
+            continue;
+        // Kept: only blanks and tabs separate fields, so a name in the last column
+        // carries the line end into the segment and the shapefile.
+        const std::vector<const char*>& fields = reader.Fields();
+        if (fields.size() < 11) // a line without a name is as malformed as a short one
+            return 2;
+        FAULT_PARAM seg;
+        // Kept: the file lists latitude first.
+        seg.lat = FieldReal(fields[0]);
+        seg.lon = FieldReal(fields[1]);
+        seg.value3 = FieldReal(fields[2]);
+        seg.value4 = FieldReal(fields[3]);
+        seg.strike = FieldReal(fields[4]);
+        seg.dip = FieldReal(fields[5]);
+        seg.value7 = FieldReal(fields[6]);
+        seg.length = FieldReal(fields[7]);
+        seg.width = FieldReal(fields[8]);
+        seg.slip = FieldReal(fields[9]);
+        seg.name = fields[10];
+        strReplace(seg.name, "\"", "");
+        if (fields.size() > 12) {
+            seg.option1 = FieldReal(fields[11]);
+            seg.option2 = FieldReal(fields[12]);
+        }
+        segments.push_back(seg);
+    }
+    if (reader.Failed())
+        return 1;
+    endTime = 0.0;
+    return 0;
+}
+
 bool Fault::ReadFile() {
     try {
         std::printf("\n>>>>>>>>>>>>>>>>>> Fault Input:\n");
-        FilePtr file(std::fopen(fileName.c_str(), "r"));
-        if (!file)
-            throw 1;
-        LinePieceReader reader(file.get());
-        while (reader.Next()) {
-            if (reader.IsComment())
-                continue;
-            // Kept: only blanks and tabs separate fields, so a name in the last column
-            // carries the line end into the segment and the shapefile.
-            const std::vector<const char*>& fields = reader.Fields();
-            if (fields.size() < 11) // a line without a name is as malformed as a short one
-                throw 2;
-            FAULT_PARAM seg;
-            // Kept: the file lists latitude first.
-            seg.lat = FieldReal(fields[0]);
-            seg.lon = FieldReal(fields[1]);
-            seg.value3 = FieldReal(fields[2]);
-            seg.value4 = FieldReal(fields[3]);
-            seg.strike = FieldReal(fields[4]);
-            seg.dip = FieldReal(fields[5]);
-            seg.value7 = FieldReal(fields[6]);
-            seg.length = FieldReal(fields[7]);
-            seg.width = FieldReal(fields[8]);
-            seg.slip = FieldReal(fields[9]);
-            seg.name = fields[10];
-            strReplace(seg.name, "\"", "");
-            if (fields.size() > 12) {
-                seg.option1 = FieldReal(fields[11]);
-                seg.option2 = FieldReal(fields[12]);
-            }
-            segments.push_back(seg);
-        }
-        if (reader.Failed())
-            throw 1;
-        endTime = 0.0;
+        if (const int cause = LoadFile())
+            throw cause;
         std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
         return true;
     } catch (int cause) {
@@ -112,42 +118,52 @@ bool Fault::ReadFile() {
     }
 }
 
+bool Fault::SegmentOutline(const FAULT_PARAM& seg, double x[5], double y[5], bool echo) const {
+    const std::int32_t one = 1;
+    double x0 = seg.lon;
+    double y0 = seg.lat;
+    if (coordType == 1) {
+        // The outline is drawn in metres, in the UTM zone of the reference point.
+        mapproject_initialize_using_longi_(seg.lon);
+        const int failed = ll2xy_(&one, &seg.lon, &seg.lat, &x0, &y0);
+        if (echo)
+            std::printf("lon0:%g lat0:%g\n", seg.lon, seg.lat);
+        mapproject_finalize_();
+        if (failed != 0)
+            return false;
+    }
+    Outline outline = OutlineOf(seg, x0, y0);
+    if (coordType == 1) {
+        const std::int32_t five = 5;
+        double lon[5];
+        double lat[5];
+        mapproject_initialize_using_longi_(seg.lon);
+        const int failed = xy2ll_(&five, lon, lat, outline.x, outline.y);
+        mapproject_finalize_();
+        if (failed != 0)
+            return false;
+        for (int k = 0; k < 5; ++k) {
+            // Longitudes east of 180 stay east (0..360) for sources across the date line.
+            outline.x[k] = lon[k] < 0.0 ? lon[k] + 360.0 : lon[k];
+            outline.y[k] = lat[k];
+        }
+    }
+    std::copy(outline.x, outline.x + 5, x);
+    std::copy(outline.y, outline.y + 5, y);
+    return true;
+}
+
 bool Fault::MakeShapefile(std::string path) {
     try {
         Shapefile shp;
         (void)shp.create(path, Shapefile::POLYGON, static_cast<unsigned int>(epsg));
         for (const FAULT_PARAM& seg : segments) {
-            const std::int32_t one = 1;
-            double x0 = seg.lon;
-            double y0 = seg.lat;
-            if (coordType == 1) {
-                // The outline is drawn in metres, in the UTM zone of the reference point.
-                mapproject_initialize_using_longi_(seg.lon);
-                const int failed = ll2xy_(&one, &seg.lon, &seg.lat, &x0, &y0);
-                std::printf("lon0:%g lat0:%g\n", seg.lon, seg.lat);
-                mapproject_finalize_();
-                if (failed != 0)
-                    throw 1;
-            }
-            Outline outline = OutlineOf(seg, x0, y0);
-            if (coordType == 1) {
-                const std::int32_t five = 5;
-                double lon[5];
-                double lat[5];
-                mapproject_initialize_using_longi_(seg.lon);
-                const int failed = xy2ll_(&five, lon, lat, outline.x, outline.y);
-                mapproject_finalize_();
-                if (failed != 0)
-                    throw 1;
-                for (int k = 0; k < 5; ++k) {
-                    // Longitudes east of 180 stay east (0..360) for sources across the
-                    // date line.
-                    outline.x[k] = lon[k] < 0.0 ? lon[k] + 360.0 : lon[k];
-                    outline.y[k] = lat[k];
-                }
-            }
+            double x[5];
+            double y[5];
+            if (!SegmentOutline(seg, x, y, true))
+                throw 1;
             // Kept: a refused polygon shows only as the writer's own line.
-            (void)shp.writePolygon(seg.name, "Slip", seg.slip, outline.x, outline.y);
+            (void)shp.writePolygon(seg.name, "Slip", seg.slip, x, y);
         }
         // Files that did not reach the disk in full would pass for the fault model.
         if (!shp.close())

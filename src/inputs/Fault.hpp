@@ -43,6 +43,9 @@ class Fault {
     // after the error block when the file cannot be opened or a line is malformed (the
     // segments before that line stay).
     [[nodiscard]] bool ReadFile();
+    // The reading of ReadFile alone, printing nothing: 0 when read, 1 when the file cannot
+    // be opened or read, 2 for a malformed line.
+    [[nodiscard]] int LoadFile();
 
     // Writes the surface outline of every segment as a polygon with its name and slip to
     // the shapefile at `path`, in the system `epsg`. With coordType 1 the outline is worked
@@ -51,6 +54,13 @@ class Fault {
     // False, after the error block, when a reference point or an outline cannot be
     // converted, or when the files cannot be stored in full.
     [[nodiscard]] bool MakeShapefile(std::string path);
+    // The closed surface outline of `seg` as MakeShapefile writes it (5 points, in degrees
+    // with longitudes in 0..360 for coordType 1, else in the file's metres). With `echo`,
+    // prints the "lon0:... lat0:..." line the run prints. False when a point cannot be
+    // converted. Uses the projection service (the UTM zone of the reference point), which
+    // prints its zone line unless its notices are off.
+    [[nodiscard]] bool SegmentOutline(const FAULT_PARAM& seg, double x[5], double y[5],
+                                      bool echo) const;
 
     void FreeVecMem();
     [[nodiscard]] int TempMethod(); // does nothing; kept for callers of the old interface

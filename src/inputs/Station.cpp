@@ -41,14 +41,34 @@ Station::Station(const XML_STATION& rec) : epsg(rec.EPSG), fileName(rec.FileName
 
 Station::~Station() = default;
 
+int Station::LoadFile() {
+    FilePtr file(std::fopen(fileName.c_str(), "r"));
+    // A directory opens as a stream but is no list either.
+    if (file && IsDirectory(file.get()))
+        file.reset();
+    if (!file)
+        return -1;
+    LinePieceReader reader(file.get());
+    while (reader.Next()) {
+        if (reader.IsComment())
+            continue;
+        const std::vector<std::string> fields = SplitFields(reader);
+        if (fields.size() < 3)
+            return 2;
+        PosXY point;
+        point.x = FieldReal(fields[0].c_str());
+        point.y = FieldReal(fields[1].c_str());
+        point.name = fields[2];
+        points.push_back(point);
+    }
+    return reader.Failed() ? 1 : 0;
+}
+
 bool Station::ReadFile() {
     try {
         std::printf("\n>>>>>>>>>>>>>>>>>> Station Input:\n");
-        FilePtr file(std::fopen(fileName.c_str(), "r"));
-        // A directory opens as a stream but is no list either.
-        if (file && IsDirectory(file.get()))
-            file.reset();
-        if (!file) {
+        const int cause = LoadFile();
+        if (cause < 0) {
             // A project may name a list that is not made yet; the run goes on without it.
             std::fprintf(stderr, " WARNING:Can not open file.\n");
             std::fprintf(stderr,
@@ -56,21 +76,8 @@ bool Station::ReadFile() {
             std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
             return true;
         }
-        LinePieceReader reader(file.get());
-        while (reader.Next()) {
-            if (reader.IsComment())
-                continue;
-            const std::vector<std::string> fields = SplitFields(reader);
-            if (fields.size() < 3)
-                throw 2;
-            PosXY point;
-            point.x = FieldReal(fields[0].c_str());
-            point.y = FieldReal(fields[1].c_str());
-            point.name = fields[2];
-            points.push_back(point);
-        }
-        if (reader.Failed())
-            throw 1;
+        if (cause > 0)
+            throw cause;
         std::printf("Input %zuStations.\n", points.size());
         std::printf("<<<<<<<<<<<<<<<<<< Completed.\n");
         return true;

@@ -33,6 +33,10 @@ class Station {
     // standard error: the list stays empty and the answer is true. False after the error
     // block when a line has fewer than three fields.
     [[nodiscard]] bool ReadFile();
+    // The reading of ReadFile alone, printing nothing: 0 when read, -1 when the file
+    // cannot be opened (the run only warns), 1 when a read failed, 2 for a line with fewer
+    // than three fields (the points before it stay).
+    [[nodiscard]] int LoadFile();
 
     // Writes the points as a point shapefile at `path` in the system `epsg`. Kept: a
     // creation refused by the writer shows as its own lines (one per point). False after

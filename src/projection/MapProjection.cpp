@@ -29,7 +29,7 @@ struct Service {
     int setupErrno = 0; // why the last initialise gave no pair, answered by every conversion
 };
 Service service;
-bool printNotices = true; // the "default EPSG" lines
+bool printNotices = true; // the "default EPSG" and "UTM Zone" lines
 
 constexpr const char* kJgd2000Geographic =
     "+proj=longlat +ellps=GRS80 +towgs84=0,0,0,0,0,0,0 +no_defs";
@@ -196,7 +196,8 @@ PJ* mapproject_initialize_using_epsg_(std::int32_t geoEpsg, std::int32_t planeEp
 
 PJ* mapproject_initialize_using_longi_(double longitude) {
     const int zone = UtmZoneOfLongitude(longitude);
-    std::printf("Deformation Calc. UTM Zone:%d\n", zone);
+    if (printNotices)
+        std::printf("Deformation Calc. UTM Zone:%d\n", zone);
     return SetUpPair(kJgd2000Geographic, UtmDefinition(zone)); // PROJ refuses zones 0 and 61
 }
 

@@ -61,6 +61,7 @@ void mapproject_finalize_(void);
 // another system.
 [[nodiscard]] bool IsServicePlaneEpsg(int epsg);
 
-// While off, the initialise calls leave out their "default EPSG" lines, for a program that
-// says the same in its own words. On at the start; the run never turns it off.
+// While off, the initialise calls print nothing (their "default EPSG" and "Deformation
+// Calc. UTM Zone" lines), for a program that says the same in its own words. On at the
+// start; the run never turns it off.
 void SetMapProjectionNotices(bool print);
