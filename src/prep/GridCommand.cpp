@@ -2,6 +2,7 @@
 
 #include "prep/AtomicFile.hpp"
 #include "prep/PrepError.hpp"
+#include "prep/ProjectFiles.hpp"
 #include "prep/Progress.hpp"
 #include "prep/Warp.hpp"
 #include "project/Console.hpp"
@@ -52,21 +53,6 @@ struct Target {
     std::optional<XML_REGION> base;   // its base region, when it has one
     std::string label;                // "region 2 (Bay)", or the output path
 };
-
-QuorXmlParameter ReadProject(const std::string& path) {
-    if (!FileExists(path))
-        throw PrepError("cannot open the project file " + path);
-    QuorXmlParameter project(path);
-    project.echo = false;
-    if (project.exeParse() == 0)
-        throw PrepError(path + " is not a project file the run can read (it is not well-formed "
-                               "XML, or it cannot be read); the run stops there with \"Miss Parse\"");
-    return project;
-}
-
-std::string RegionLabel(const XML_REGION& r) {
-    return StringPrintf("region %d (%s)", r.RegionNo, r.RegionName.c_str());
-}
 
 Target ResolveTarget(const GridOptions& o) {
     Target t;
@@ -165,30 +151,20 @@ Bounds LonLatToSystem(const Bounds& b, int epsg) {
 
 // The base region's grid as the run reads it.
 Region ReadBase(const XML_REGION& base, const GridOptions& o, const Target& t) {
-    Region grid(TPG_R, base);
+    const std::string path = base.Topography.FileName;
     const std::string build = StringPrintf("build it first: seaforge-prep grid %s --region %d ...",
                                            o.project.c_str(), base.RegionNo);
-    if (grid.inFileName.empty())
+    if (path.empty())
         throw PrepError(t.label + " nests in " + RegionLabel(base) +
                         ", which names no Topography FileName: the nesting check needs its grid");
-    if (!FileExists(grid.inFileName))
-        throw PrepError(t.label + " nests in " + RegionLabel(base) + ", whose grid " +
-                        grid.inFileName + " does not exist yet: " + build);
-    std::int64_t values = 0;
-    switch (grid.LoadFile(values)) {
-    case 0:
-        break;
-    case 1:
-        throw PrepError("cannot open " + grid.inFileName + ", the grid of " + RegionLabel(base));
-    case 2:
-        throw PrepError(grid.inFileName + ", the grid of " + RegionLabel(base) +
-                        ", has a header the run cannot read");
-    default:
-        throw PrepError(StringPrintf("%s, the grid of %s, holds %" PRId64
-                                     " values where its header announces %d x %d",
-                                     grid.inFileName.c_str(), RegionLabel(base).c_str(), values,
-                                     grid.nx, grid.ny));
-    }
+    if (!FileExists(path))
+        throw PrepError(t.label + " nests in " + RegionLabel(base) + ", whose grid " + path +
+                        " does not exist yet: " + build);
+    std::string why;
+    Region grid = ReadRegionGrid(TPG_R, base, why);
+    if (!why.empty())
+        throw PrepError(t.label + " nests in " + RegionLabel(base) + ", whose grid the run "
+                        "cannot read: " + why);
     return grid;
 }
 
