@@ -87,14 +87,6 @@ const Region& BaseTopography(const RegionMap& topographies, int baseRegionNo) {
     return base != topographies.end() ? base->second : kNoRegion;
 }
 
-// TideWaterLevel as the land map works with it: truncated towards zero, held within int.
-int TideLevel(double tideWaterLevel) {
-    if (std::isnan(tideWaterLevel))
-        return 0;
-    return static_cast<int>(
-        std::clamp(std::trunc(tideWaterLevel), double{INT_MIN}, double{INT_MAX}));
-}
-
 // A failed construction-line step names itself and the region's spacing before its code.
 [[noreturn]] void FailConstructionLines(const char* step, const Region& topography) {
     std::fprintf(stderr, "%s%g\n", step, topography.gridSize);
@@ -179,7 +171,7 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         g.M.Make2dStructInt2();
     }
 
-    const int tide = TideLevel(project.TideWaterLevel);
+    const int tide = TideLevelOf(project.TideWaterLevel);
     if (!g.L.noFileName) {
         if (!g.L.CheckFileNameTide(tide) || !g.L.ReadFile() || !isSameRegion(&g.T, &g.L))
             throw 21;

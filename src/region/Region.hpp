@@ -132,6 +132,9 @@ class Region {
     // without "_P" states a negative one by its last "_M". Kept: "_P" wins wherever an
     // "_M" stands. Prints the "Check Tide" error block otherwise.
     [[nodiscard]] bool CheckFileNameTide(int tideLevel) const;
+    // The test of CheckFileNameTide alone, printing nothing: 0 when the name states the
+    // level, 1 not a land map, 2 no "_P" or "_M" marker, 3 another level.
+    [[nodiscard]] int TideNameFailure(int tideLevel) const;
     // Fills `grid` (nx × ny, sized by Make2dStruct) with the land map of the topography
     // `depth` (depth[i][j], i along x) at the tide level `tideLevel` (hundredths of the
     // depth unit, compared in single precision): 0.0 below the tide and joined to the
@@ -244,6 +247,10 @@ struct CellExtent {
 };
 [[nodiscard]] CellExtent CellExtentOf(double orgX, double orgY, double gridSize, std::int32_t nx,
                                       std::int32_t ny);
+
+// TideWaterLevel as the land map and the land-map file names work with it: truncated
+// towards zero, held within int.
+[[nodiscard]] int TideLevelOf(double tideWaterLevel);
 
 // Kept: a grid file is binary when ".bin" occurs in its path after the first character,
 // so "grid.bin.txt" is binary and a path that is just ".bin" is text.

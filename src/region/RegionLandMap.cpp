@@ -2,7 +2,9 @@
 
 #include "project/Console.hpp"
 
+#include <algorithm>
 #include <cfloat>
+#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -11,24 +13,37 @@
 #include <memory>
 #include <string>
 
+int TideLevelOf(double tideWaterLevel) {
+    if (std::isnan(tideWaterLevel))
+        return 0;
+    return static_cast<int>(
+        std::clamp(std::trunc(tideWaterLevel), double{INT_MIN}, double{INT_MAX}));
+}
+
+int Region::TideNameFailure(int tideLevel) const {
+    if (type != LSM_R)
+        return 1;
+    // The level is the three characters after the marker, read as atol reads them:
+    // "_P5.dat" states 5 and "_P" at the very end states 0.
+    long stated = 0;
+    const std::size_t plus = inFileName.rfind("_P");
+    if (plus != std::string::npos) {
+        stated = std::strtol(inFileName.substr(plus + 2, 3).c_str(), nullptr, 10);
+    } else {
+        const std::size_t minus = inFileName.rfind("_M");
+        if (minus == std::string::npos)
+            return 2;
+        stated = -std::strtol(inFileName.substr(minus + 2, 3).c_str(), nullptr, 10);
+    }
+    if (stated != tideLevel)
+        return 3;
+    return 0;
+}
+
 bool Region::CheckFileNameTide(int tideLevel) const {
     try {
-        if (type != LSM_R)
-            throw 1;
-        // The level is the three characters after the marker, read as atol reads them:
-        // "_P5.dat" states 5 and "_P" at the very end states 0.
-        long stated = 0;
-        const std::size_t plus = inFileName.rfind("_P");
-        if (plus != std::string::npos) {
-            stated = std::strtol(inFileName.substr(plus + 2, 3).c_str(), nullptr, 10);
-        } else {
-            const std::size_t minus = inFileName.rfind("_M");
-            if (minus == std::string::npos)
-                throw 2;
-            stated = -std::strtol(inFileName.substr(minus + 2, 3).c_str(), nullptr, 10);
-        }
-        if (stated != tideLevel)
-            throw 3;
+        if (const int cause = TideNameFailure(tideLevel))
+            throw cause;
     } catch (int cause) {
         switch (cause) {
         case 2:
