@@ -1,6 +1,7 @@
 // seaforge-prep: what modellers do by hand before and around a Seaforge run. The command
 // line only: each command's options go into its struct and its function answers the exit
 // status.
+#include "prep/CheckCommand.hpp"
 #include "prep/GridCommand.hpp"
 
 #include <CLI/CLI.hpp>
@@ -34,6 +35,34 @@ Examples:
   seaforge-prep grid Project.xml --region 2 --bounds 70000 -105000 77200 -97800 gebco.nc survey.tif
   seaforge-prep grid --epsg 2452 --spacing 30 --bounds 70000 -105000 77200 -97800 -o Harbour.bin dem.tif
 )";
+
+constexpr const char* kCheckFooter = R"(
+Reads the project and every grid and side file it names with the run's own readers, and
+prints a table of the regions (points, spacing, extents, values, time step, step ratio and
+CFL number as the run computes them) and the findings: "error" where the run will stop,
+with its reason; "warning" where the run succeeds but the result is suspect (CFL above the
+limit, NaN or nodata markers in grids, nested cells that do not fall on their base's
+cells, depths that jump at a nested boundary, sea cells the land map cuts off, points
+outside every region, lists writing one shapefile). Exit status: 0 no finding, 1 an
+error, 2 only warnings.
+)";
+
+// "10%,5", "10%" or "5": the share of the local depth and the metres.
+bool ParseJump(const std::string& text, CheckOptions& check) {
+    double share = 0;
+    double metres = 0;
+    char rest = 0;
+    if (std::sscanf(text.c_str(), "%lf%%,%lf%c", &share, &metres, &rest) == 2 ||
+        (std::sscanf(text.c_str(), "%lf%%%c", &share, &rest) == 1 && text.find('%') != std::string::npos) ||
+        (std::sscanf(text.c_str(), "%lf%c", &metres, &rest) == 1)) {
+        if (!(share >= 0) || !(metres >= 0))
+            return false;
+        check.jumpShare = share / 100;
+        check.jumpMetres = metres;
+        return true;
+    }
+    return false;
+}
 
 } // namespace
 
@@ -86,6 +115,19 @@ int main(int argc, char** argv) {
                             "FILE: also write the grid as a float GeoTIFF");
     gridCommand->add_flag("-q,--quiet", grid.quiet, "No progress line and no summary");
 
+    CheckOptions check;
+    std::string maxJump = "10%,5";
+    CLI::App* checkCommand = app.add_subcommand(
+        "check", "Report what a run of the project would refuse or get wrong; writes nothing.");
+    checkCommand->footer(kCheckFooter);
+    checkCommand->add_option("project", check.project, "The project file")->required();
+    checkCommand->add_flag("--json", check.json, "The report as JSON");
+    checkCommand->add_option("--cfl-limit", check.cflLimit,
+                             "A CFL number above this is unstable (default 1)");
+    checkCommand->add_option("--max-boundary-jump", maxJump,
+                             "PERCENT%,METRES: a nested region's boundary depths may differ from "
+                             "its base's by the larger of the two (default 10%,5)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -97,6 +139,15 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    if (checkCommand->parsed()) {
+        if (!ParseJump(maxJump, check)) {
+            std::fprintf(stderr, "seaforge-prep: --max-boundary-jump takes PERCENT%%,METRES, "
+                                 "for example 10%%,5, not %s\n",
+                         maxJump.c_str());
+            return 1;
+        }
+        return RunCheck(check);
+    }
     if (gridCommand->parsed()) {
         auto next = files.begin();
         if (grid.region != 0)

@@ -251,6 +251,8 @@ struct CellExtent {
 // TideWaterLevel as the land map and the land-map file names work with it: truncated
 // towards zero, held within int.
 [[nodiscard]] int TideLevelOf(double tideWaterLevel);
+// Whether the land map counts a cell of this depth as water at `tideLevel` (hundredths).
+[[nodiscard]] bool IsBelowTide(double depth, int tideLevel);
 
 // Kept: a grid file is binary when ".bin" occurs in its path after the first character,
 // so "grid.bin.txt" is binary and a path that is just ".bin" is text.

@@ -95,6 +95,12 @@ float NarrowDepth(double value) {
     return static_cast<float>(value);
 }
 
+float TideOf(int tideLevel) { return static_cast<float>(tideLevel * 0.01); }
+
+// Kept: compared in single precision, as land maps have always been made, so a cell
+// within float rounding of the tide level falls on the side it always has.
+bool BelowTide(double depth, float tide) { return NarrowDepth(depth) - tide < 0.0f; }
+
 // Cells still to be looked at from, first in first out. Each cell enters at most once,
 // so the queue never holds more than the cells below the tide; it grows only as far as
 // the front of the flood, which on real coasts is a thin line.
@@ -254,9 +260,7 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
     const std::ptrdiff_t cellCount = columns * ny;
     auto cells = std::make_unique<std::uint8_t[]>(static_cast<std::size_t>(cellCount));
 
-    // Kept: compared in single precision, as land maps have always been made, so a cell
-    // within float rounding of the tide level falls on the side it always has.
-    const float tide = static_cast<float>(tideLevel * 0.01);
+    const float tide = TideOf(tideLevel);
     const double* h = depth.Data();
     const std::int32_t* a = mapA.Data();
     const std::int32_t* b = mapB.Data();
@@ -273,7 +277,7 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
                 cell |= kB0;
             if (b[2 * c + 1] != 0)
                 cell |= kB1;
-            const bool below = NarrowDepth(h[c]) - tide < 0.0f;
+            const bool below = BelowTide(h[c], tide);
             if (!below)
                 cell |= kLand;
             else if (!edgeRow && i != 0 && i != nx - 1)
@@ -324,3 +328,5 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
     }
     return true;
 }
+
+bool IsBelowTide(double depth, int tideLevel) { return BelowTide(depth, TideOf(tideLevel)); }
