@@ -163,8 +163,10 @@ void CheckValues(Report& report, const RegionReport& r, const std::string& label
                    StringPrintf("%s: %zu cells of %s hold %.10g, a nodata marker read as a "
                                 "real depth",
                                 label.c_str(), count, t.inFileName.c_str(), value));
-    // A quarter of the grid at its deepest value is a fill, not a sea floor.
-    if (markers.empty() && n > 16 && t.valMin < 0 && t.valMin != t.valMax && atMin * 4 > n)
+    // A quarter of the grid at one deepest whole number of a kilometre or more is a fill
+    // (-999, -99999, ...), not a sea floor.
+    if (markers.empty() && n > 16 && t.valMin <= -999 && t.valMin == std::trunc(t.valMin) &&
+        t.valMin != t.valMax && atMin * 4 > n)
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: %.0f %% of %s holds its deepest value %.10g, which looks "
                                 "like a nodata marker",
