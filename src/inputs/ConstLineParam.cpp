@@ -25,28 +25,32 @@ ConstLineParam::ConstLineParam(const XML_CONSTLINE& rec)
 
 ConstLineParam::~ConstLineParam() = default;
 
+int ConstLineParam::LoadFile() {
+    FilePtr file(std::fopen(fileName.c_str(), "r"));
+    if (!file)
+        return 1;
+    LinePieceReader lines(file.get());
+    while (lines.Next()) {
+        if (lines.IsComment())
+            continue;
+        const auto& fields = lines.Fields();
+        if (fields.size() < 4)
+            return 2;
+        CONSTLINE_PARAM param;
+        param.sinkRate = FieldReal(fields[1]);
+        param.kind = FieldInt32(fields[2]);
+        param.label = fields[3];
+        // An identifier listed twice keeps its first line.
+        params.emplace(FieldInt32(fields[0]), std::move(param));
+    }
+    return lines.Failed() ? 1 : 0; // 1: named, but not a file that can be read
+}
+
 bool ConstLineParam::ReadFile() {
     std::printf("\n>>>>>>>>>>>>> ConstLine Parameter File Input:\n");
     try {
-        FilePtr file(std::fopen(fileName.c_str(), "r"));
-        if (!file)
-            throw 1;
-        LinePieceReader lines(file.get());
-        while (lines.Next()) {
-            if (lines.IsComment())
-                continue;
-            const auto& fields = lines.Fields();
-            if (fields.size() < 4)
-                throw 2;
-            CONSTLINE_PARAM param;
-            param.sinkRate = FieldReal(fields[1]);
-            param.kind = FieldInt32(fields[2]);
-            param.label = fields[3];
-            // An identifier listed twice keeps its first line.
-            params.emplace(FieldInt32(fields[0]), std::move(param));
-        }
-        if (lines.Failed())
-            throw 1; // named, but not a file that can be read
+        if (const int cause = LoadFile())
+            throw cause;
     } catch (int cause) {
         if (cause == 1)
             PrintErrorBlock(

@@ -33,6 +33,9 @@ class ConstLineParam {
     // "ConstLine Parameter File Input:" frame on standard output. Rates are not checked
     // here: SinkWB does that where they are used.
     [[nodiscard]] bool ReadFile();
+    // The reading of ReadFile alone, printing nothing: 0 when read, 1 when the file cannot
+    // be opened or read, 2 for a line with fewer than four fields.
+    [[nodiscard]] int LoadFile();
 
     // Wave-breaker map of every face: 100, 1 or 2 for a standing structure of kind 0, 1
     // or 2; 0 where there is none, it is not listed or it has sunk completely (rate 1.0).

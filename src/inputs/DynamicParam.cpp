@@ -34,29 +34,33 @@ DynamicParam::DynamicParam() : lastTime(0.0), hasFile(false) {}
 DynamicParam::DynamicParam(const XML_DYNAMIC& rec)
     : fileName(rec.FileName), lastTime(0.0), hasFile(!rec.FileName.empty()) {}
 
+int DynamicParam::LoadFile(double endTime) {
+    FilePtr file(std::fopen(fileName.c_str(), "r"));
+    if (!file)
+        return 1;
+    lastTime = 0.0;
+    LinePieceReader lines(file.get());
+    while (lines.Next()) {
+        if (lines.IsComment())
+            continue;
+        const auto& fields = lines.Fields();
+        if (fields.size() < 3)
+            return 2;
+        DYNAMIC_PARAM stage;
+        stage.order = FieldInt32(fields[0]);
+        stage.validTime = FieldReal(fields[1]);
+        stage.riseTime = FieldReal(fields[2]);
+        stage.inUse = stage.validTime <= 0.0 || stage.validTime < endTime;
+        params.push_back(stage);
+    }
+    return lines.Failed() ? 1 : 0; // 1: named, but not a file that can be read
+}
+
 bool DynamicParam::ReadFile(double endTime) {
     std::printf("\n>>>>>>>>>>>>> Fault Dynamic Parameter Input:\n");
     try {
-        FilePtr file(std::fopen(fileName.c_str(), "r"));
-        if (!file)
-            throw 1;
-        lastTime = 0.0;
-        LinePieceReader lines(file.get());
-        while (lines.Next()) {
-            if (lines.IsComment())
-                continue;
-            const auto& fields = lines.Fields();
-            if (fields.size() < 3)
-                throw 2;
-            DYNAMIC_PARAM stage;
-            stage.order = FieldInt32(fields[0]);
-            stage.validTime = FieldReal(fields[1]);
-            stage.riseTime = FieldReal(fields[2]);
-            stage.inUse = stage.validTime <= 0.0 || stage.validTime < endTime;
-            params.push_back(stage);
-        }
-        if (lines.Failed())
-            throw 1; // named, but not a file that can be read
+        if (const int cause = LoadFile(endTime))
+            throw cause;
     } catch (int cause) {
         if (cause == 1)
             PrintErrorBlock(

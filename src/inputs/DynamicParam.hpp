@@ -31,6 +31,9 @@ class DynamicParam {
     // "ERROR:DYNAMICPARAM OBJECT METHOD" block on standard error, keeping the stages read
     // before the faulty line.
     [[nodiscard]] bool ReadFile(double endTime);
+    // The reading of ReadFile alone, printing nothing: 0 when read, 1 when the file cannot
+    // be opened or read, 2 for a line with fewer than three fields.
+    [[nodiscard]] int LoadFile(double endTime);
     // Appends one instantaneous stage at time 0 (the list is not cleared). Always true.
     [[nodiscard]] bool SetZero();
     // Adds each stage's share of `source` over the step [time, time + dt] (seconds) into

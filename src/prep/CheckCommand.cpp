@@ -1,6 +1,8 @@
 #include "prep/CheckCommand.hpp"
 
 #include "driver/ErrorCodes.hpp"
+#include "inputs/ConstLineParam.hpp"
+#include "inputs/DynamicParam.hpp"
 #include "inputs/Fault.hpp"
 #include "inputs/Station.hpp"
 #include "prep/PrepError.hpp"
@@ -462,6 +464,28 @@ Report BuildReport(const CheckOptions& o) {
                        StringPrintf("the fault model file %s %s", rec.FileName.c_str(),
                                     cause == 2 ? "has a malformed line" : "cannot be read") +
                            RunStops(2));
+    }
+
+    // The deformation stages and construction-line parameters the run reads next.
+    if (!project.Dynamic.FileName.empty()) {
+        DynamicParam dynamic(project.Dynamic);
+        if (const int cause = dynamic.LoadFile(0.0))
+            report.Add(Level::Error, 0,
+                       StringPrintf("the dynamic deformation parameter file %s %s",
+                                    project.Dynamic.FileName.c_str(),
+                                    cause == 2 ? "has a line with fewer than three fields"
+                                               : "cannot be read") +
+                           RunStops(18));
+    }
+    if (!project.ConstLine.FileName.empty()) {
+        ConstLineParam constLine(project.ConstLine);
+        if (const int cause = constLine.LoadFile())
+            report.Add(Level::Error, 0,
+                       StringPrintf("the construction-line parameter file %s %s",
+                                    project.ConstLine.FileName.c_str(),
+                                    cause == 2 ? "has a line with fewer than four fields"
+                                               : "cannot be read") +
+                           RunStops(19));
     }
 
     const int tide = TideLevelOf(project.TideWaterLevel);
