@@ -25,6 +25,7 @@
 #include <new>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -388,6 +389,16 @@ int Grid(const GridOptions& o) {
     }
 
     const Placed placed = PlaceGrid(o, t, base ? &*base : nullptr);
+    // The grid is held whole while it is made: one that cannot fit is refused before the
+    // kernel is asked for it, rather than ending the process half-way.
+    const double gridBytes = 8.0 * placed.grid.nx * placed.grid.ny;
+    const double machineBytes =
+        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    if (machineBytes > 0 && gridBytes > machineBytes)
+        throw PrepError(StringPrintf("a grid of %d x %d points needs %.1f GiB of memory, more "
+                                     "than this machine has (%.1f GiB)",
+                                     placed.grid.nx, placed.grid.ny, gridBytes / 1073741824.0,
+                                     machineBytes / 1073741824.0));
     Region out(TPG_R, t.record);
     out.Set2dStruct(placed.grid.nx, placed.grid.ny, placed.grid.orgX, placed.grid.orgY);
     if (base) {

@@ -229,6 +229,7 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
         {{"project.xml", "src.tif"}, {139.6, 34.6, 140, 35}, "give --region N to build one"},
+        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 7450.6 GiB of memory, more than this machine has"},
     };
     for (const Case& c : cases) {
         const Outcome run =

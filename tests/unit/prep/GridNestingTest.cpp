@@ -197,6 +197,10 @@ TEST(PrepCommandLine, HelpAndMistakes) {
     EXPECT_EQ(gridHelp.status, 0);
     for (const char* option : {"--bounds-lonlat", "--depth-positive", "--fill", "--geotiff", "--resampling"})
         EXPECT_NE(gridHelp.out.find(option), std::string::npos) << option;
+    const SeaforgeRun checkHelp = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"check", "--help"});
+    EXPECT_EQ(checkHelp.status, 0);
+    for (const char* option : {"--json", "--cfl-limit", "--max-boundary-jump"})
+        EXPECT_NE(checkHelp.out.find(option), std::string::npos) << option;
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{}, {"grid"}, {"grid", "--nonsense", "a.tif"}, {"frobnicate"}}) {
         const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), args);
