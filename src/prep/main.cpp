@@ -2,6 +2,7 @@
 // line only: each command's options go into its struct and its function answers the exit
 // status.
 #include "prep/GridCommand.hpp"
+#include "prep/OverviewCommand.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -33,6 +34,21 @@ Examples:
   seaforge-prep grid Project.xml --region 1 --bounds 141.4 38.7 142.2 39.5 gebco.nc
   seaforge-prep grid Project.xml --region 2 --bounds 70000 -105000 77200 -97800 gebco.nc survey.tif
   seaforge-prep grid --epsg 2452 --spacing 30 --bounds 70000 -105000 77200 -97800 -o Harbour.bin dem.tif
+)";
+
+constexpr const char* kOverviewFooter = R"(
+The outermost region's topography is drawn in colour relief with hillshade; every nested
+region's cell-edge outline is carried into its system (through the run's projection
+service, so a plane region is a curve in a longitude-latitude one), labelled with its
+number, name, spacing and time step; stations, coastal points and fault outlines on top.
+Paths in the project are taken from the current directory, as the run takes them.
+
+What cannot be drawn is left out with one "left out" line on standard error, and the rest
+is still drawn (status 0); status 1 only when nothing at all can be drawn.
+
+Examples:
+  seaforge-prep overview Project.xml -o Overview.png
+  seaforge-prep overview Project.xml --region 2 -o Bay.png --gpkg Overview.gpkg
 )";
 
 } // namespace
@@ -86,6 +102,18 @@ int main(int argc, char** argv) {
                             "FILE: also write the grid as a float GeoTIFF");
     gridCommand->add_flag("-q,--quiet", grid.quiet, "No progress line and no summary");
 
+    OverviewOptions overview;
+    CLI::App* overviewCommand = app.add_subcommand(
+        "overview", "Draw the whole project in one picture, and as a GeoPackage for a GIS.");
+    overviewCommand->footer(kOverviewFooter);
+    overviewCommand->add_option("project", overview.project, "PROJECT.xml")->required();
+    overviewCommand->add_option("-o,--output", overview.output, "PNG picture to write");
+    overviewCommand->add_option("--gpkg", overview.gpkg, "GeoPackage to write (EPSG 4326)");
+    overviewCommand->add_option("--region", overview.region,
+                                "RegionNo: draw this region and the regions nested in it");
+    overviewCommand->add_option("--width", overview.width, "Picture width in pixels (1200)");
+    overviewCommand->add_flag("-q,--quiet", overview.quiet, "No summary");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -116,5 +144,7 @@ int main(int argc, char** argv) {
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }
+    if (overviewCommand->parsed())
+        return RunOverview(overview);
     return 1;
 }
