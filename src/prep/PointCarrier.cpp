@@ -76,10 +76,12 @@ bool PointCarrier::Carry(int fromEpsg, int toEpsg, std::vector<double>& x,
         return false;
     }
     if (!ServiceKnows(fromEpsg) || !ServiceKnows(toEpsg)) {
+        if (!ThroughProj(fromEpsg, toEpsg, x, y, why))
+            return false;
         for (int epsg : {fromEpsg, toEpsg})
             if (!ServiceKnows(epsg))
                 outsideService_.insert(epsg);
-        return ThroughProj(fromEpsg, toEpsg, x, y, why);
+        return true;
     }
     SetMapProjectionNotices(false);
     bool ok = true;
