@@ -11,9 +11,12 @@
 #include "projection/MapProjection.hpp"
 #include "region/TimeSteps.hpp"
 
+#include <gdal_priv.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <future>
 #include <map>
 #include <new>
 #include <optional>
@@ -499,10 +502,16 @@ int Overview(const OverviewOptions& o) {
                          ? Describe(*outer)
                          : StringPrintf("EPSG %d; its grid is left out", scene.epsg);
 
+    // The two files share only the finished scene, so the second core writes the
+    // GeoPackage while the first draws.
+    GDALAllRegister();
+    std::future<void> gpkg;
+    if (!o.gpkg.empty())
+        gpkg = std::async(std::launch::async, [&] { WriteOverviewGeoPackage(o.gpkg, scene); });
     if (!o.output.empty())
         WriteOverviewPicture(o.output, scene, o.width);
-    if (!o.gpkg.empty())
-        WriteOverviewGeoPackage(o.gpkg, scene);
+    if (gpkg.valid())
+        gpkg.get();
     if (!o.quiet) {
         const auto count = [](const auto& items, auto&& shown) {
             return static_cast<std::size_t>(std::count_if(items.begin(), items.end(), shown));
