@@ -11,8 +11,6 @@
 #include "projection/MapProjection.hpp"
 #include "region/TimeSteps.hpp"
 
-#include <gdal_priv.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -504,7 +502,7 @@ int Overview(const OverviewOptions& o) {
 
     // The two files share only the finished scene, so the second core writes the
     // GeoPackage while the first draws.
-    GDALAllRegister();
+    RegisterGdalOnce();
     std::future<void> gpkg;
     if (!o.gpkg.empty())
         gpkg = std::async(std::launch::async, [&] { WriteOverviewGeoPackage(o.gpkg, scene); });

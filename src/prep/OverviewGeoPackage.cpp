@@ -3,6 +3,7 @@
 #include "prep/AtomicFile.hpp"
 #include "prep/PrepError.hpp"
 #include "prep/PointCarrier.hpp"
+#include "prep/OverviewPicture.hpp"
 
 #include <cpl_error.h>
 #include <gdal_priv.h>
@@ -139,7 +140,7 @@ void WriteOverviewGeoPackage(const std::string& path, const OverviewScene& scene
     ReplaceFileAtomically(path, [&](const std::string& temporary) {
         CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
         CPLErrorReset();
-        GDALAllRegister();
+        RegisterGdalOnce();
         GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GPKG");
         if (driver == nullptr)
             throw PrepError("this GDAL has no GeoPackage driver");

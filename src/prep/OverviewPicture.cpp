@@ -118,7 +118,7 @@ std::vector<std::uint8_t> ReadByteBand(GDALDataset* ds, int band, int w, int h) 
 // shade taken relative to flat ground so the legend's colours hold on the flat.
 SurfacePtr ReliefSurface(const Region& grid, const MapFrame& f, bool geographic) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
-    GDALAllRegister();
+    RegisterGdalOnce();
     const int w = f.width;
     const int h = f.height;
     std::vector<float> values = ResampledGrid(grid, w, h);
@@ -544,6 +544,11 @@ bool WritePng(const std::string& path, cairo_surface_t* picture) {
 
 } // namespace
 
+void RegisterGdalOnce() {
+    if (GetGDALDriverManager()->GetDriverCount() == 0)
+        GDALAllRegister();
+}
+
 OverviewColour RegionOutlineColour(int level) {
     static constexpr OverviewColour kLevels[] = {
         {230, 20, 50}, {255, 145, 0}, {255, 235, 40}, {215, 60, 255}};
@@ -568,8 +573,9 @@ MapFrame LayOutMap(const OverviewScene& scene, int pictureWidth) {
     f.minY = scene.minY;
     f.maxX = scene.maxX;
     f.maxY = scene.maxY;
+    // Kept above zero: a latitude past the pole is the input's mistake, not a reason to fail.
     const double shorten = scene.geographic
-                               ? std::cos(0.5 * (f.minY + f.maxY) * kPi / 180.0)
+                               ? std::max(0.05, std::cos(0.5 * (f.minY + f.maxY) * kPi / 180.0))
                                : 1.0;
     const double worldW = (f.maxX - f.minX) * shorten;
     const double worldH = f.maxY - f.minY;

@@ -55,6 +55,10 @@ inline constexpr int kMinPictureWidth = 600;
 inline constexpr int kMaxPictureWidth = 8000;
 [[nodiscard]] MapFrame LayOutMap(const OverviewScene& scene, int pictureWidth);
 
+// GDALAllRegister unless drivers are registered already: the picture and the GeoPackage
+// are written on two threads, and registering again scans the plugin folders unguarded.
+void RegisterGdalOnce();
+
 // Draws the scene `pictureWidth` pixels wide and writes it to `path` as a whole (beside
 // it first, then renamed). Throws PrepError when it cannot be drawn or written.
 void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, int pictureWidth);
