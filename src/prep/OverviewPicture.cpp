@@ -5,6 +5,7 @@
 #include "project/Console.hpp"
 
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 #include <cpl_error.h>
 #include <cpl_string.h>
 #include <cpl_vsi.h>
@@ -42,6 +43,17 @@ struct ContextDeleter {
     void operator()(cairo_t* c) const { cairo_destroy(c); }
 };
 using CairoPtr = std::unique_ptr<cairo_t, ContextDeleter>;
+// cairo and fontconfig keep every font they loaded until the process ends; released once
+// the picture's own objects are gone, so a leak checker sees only what is ours.
+struct FontCachesRelease {
+    FontCachesRelease() = default;
+    FontCachesRelease(const FontCachesRelease&) = delete;
+    FontCachesRelease& operator=(const FontCachesRelease&) = delete;
+    ~FontCachesRelease() {
+        cairo_debug_reset_static_data();
+        FcFini();
+    }
+};
 struct DemOptionsDeleter {
     void operator()(GDALDEMProcessingOptions* o) const { GDALDEMProcessingOptionsFree(o); }
 };
@@ -596,6 +608,7 @@ void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, i
         throw PrepError(StringPrintf("--width %d: give %d to %d pixels", pictureWidth,
                                      kMinPictureWidth, kMaxPictureWidth));
     const MapFrame f = LayOutMap(scene, pictureWidth);
+    const FontCachesRelease fonts; // declared before the surface and context: dies after them
     SurfacePtr picture(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, f.pictureWidth, f.pictureHeight));
     CairoPtr cr(cairo_create(picture.get()));
