@@ -241,7 +241,7 @@ std::string Spacing(double spacing, bool degrees) {
     return degrees ? StringPrintf("%g°", spacing) : StringPrintf("%g m", spacing);
 }
 
-void DrawRegions(cairo_t* cr, const MapFrame& f, const OverviewScene& scene) {
+void DrawRegionOutlines(cairo_t* cr, const MapFrame& f, const OverviewScene& scene) {
     cairo_set_line_join(cr, CAIRO_LINE_JOIN_MITER);
     for (const OverviewRegion& r : scene.regions) {
         if (r.level == 0 || r.map.empty())
@@ -257,6 +257,10 @@ void DrawRegions(cairo_t* cr, const MapFrame& f, const OverviewScene& scene) {
         cairo_stroke(cr);
     }
     cairo_set_dash(cr, nullptr, 0, 0);
+}
+
+// Labels go last, over the marks, so a crowd of points cannot hide which region is which.
+void DrawRegionLabels(cairo_t* cr, const MapFrame& f, const OverviewScene& scene) {
     for (const OverviewRegion& r : scene.regions) {
         if (r.level == 0 || r.map.empty())
             continue;
@@ -309,21 +313,30 @@ void CoastalPath(cairo_t* cr, double x, double y) {
     cairo_close_path(cr);
 }
 
-// Marks of one kind and fill as one path, filled and outlined once: thousands of points
-// then cost one pass of the rasteriser instead of one each.
+// One mark drawn once and stamped, centred on a whole pixel, at every point: thousands of
+// points then cost what copying their pixels costs, not one rasterisation each.
 template <class Shape>
 void Marks(cairo_t* cr, const std::vector<std::pair<double, double>>& at, OverviewColour fill,
            Shape shape) {
     if (at.empty())
         return;
-    cairo_new_path(cr);
-    for (const auto& [x, y] : at)
-        shape(cr, x, y);
-    SetColour(cr, fill);
-    cairo_fill_preserve(cr);
-    cairo_set_source_rgb(cr, 0, 0, 0);
-    cairo_set_line_width(cr, 1.25);
-    cairo_stroke(cr);
+    constexpr int kSide = 21; // holds the largest mark with its outline
+    constexpr double kCentre = kSide / 2.0;
+    SurfacePtr stamp(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kSide, kSide));
+    CairoPtr pen(cairo_create(stamp.get()));
+    shape(pen.get(), kCentre, kCentre);
+    SetColour(pen.get(), fill);
+    cairo_fill_preserve(pen.get());
+    cairo_set_source_rgb(pen.get(), 0, 0, 0);
+    cairo_set_line_width(pen.get(), 1.25);
+    cairo_stroke(pen.get());
+    for (const auto& [x, y] : at) {
+        const double left = std::floor(x) + 0.5 - kCentre;
+        const double top = std::floor(y) + 0.5 - kCentre;
+        cairo_set_source_surface(cr, stamp.get(), left, top);
+        cairo_rectangle(cr, left, top, kSide, kSide);
+        cairo_fill(cr);
+    }
 }
 
 void DrawPoints(cairo_t* cr, const MapFrame& f, const OverviewScene& scene) {
@@ -629,8 +642,9 @@ void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, i
         cairo_paint(cr.get());
     }
     DrawFaults(cr.get(), f, scene);
-    DrawRegions(cr.get(), f, scene);
+    DrawRegionOutlines(cr.get(), f, scene);
     DrawPoints(cr.get(), f, scene);
+    DrawRegionLabels(cr.get(), f, scene);
     DrawScaleBar(cr.get(), f, scene.geographic);
     cairo_restore(cr.get());
 
