@@ -38,13 +38,14 @@ Examples:
 
 constexpr const char* kOverviewFooter = R"(
 The outermost region's topography is drawn in colour relief with hillshade; every nested
-region's cell-edge outline is carried into its system (through the run's projection
-service, so a plane region is a curve in a longitude-latitude one), labelled with its
-number, name, spacing and time step; stations, coastal points and fault outlines on top.
-Paths in the project are taken from the current directory, as the run takes them.
+region's cell-edge outline is carried into the outer region's system (through the run's
+projection service, so a plane region is a curve in a longitude-latitude one), labelled
+with its number, name, spacing and time step; stations, coastal points and fault outlines
+on top. Paths in the project are taken from the current directory, as the run takes them.
 
-What cannot be drawn is left out with one "left out" line on standard error, and the rest
-is still drawn (status 0); status 1 only when nothing at all can be drawn.
+What cannot be drawn is left out with one "left out" line on standard error and the rest
+is still drawn (status 0); what the run would act on is a "note" line. Status 1 only when
+the project cannot be read, nothing at all can be drawn, or a file cannot be written.
 
 Examples:
   seaforge-prep overview Project.xml -o Overview.png
