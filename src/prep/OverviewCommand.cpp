@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <map>
 #include <new>
@@ -41,9 +42,16 @@ struct ProjectGrids {
     std::map<int, std::string> unreadable;
 };
 
-ProjectGrids ReadGrids(const QuorXmlParameter& project, int outerNo) {
-    ProjectGrids grids;
-    for (const auto& [number, record] : project.Regions) {
+// The outer region is read first, and `outerRead` called with it at once, so its relief
+// can be drawn while the others are read.
+void ReadGrids(const QuorXmlParameter& project, int outerNo, ProjectGrids& grids,
+               const std::function<void(const Region&)>& outerRead) {
+    std::vector<int> order = {outerNo};
+    for (const auto& [number, record] : project.Regions)
+        if (number != outerNo)
+            order.push_back(number);
+    for (int number : order) {
+        const XML_REGION& record = project.Regions.at(number);
         if (!(record.GridSize > 0) || !std::isfinite(record.GridSize)) {
             grids.unreadable[number] = "its GridSize is not positive";
             continue;
@@ -60,9 +68,10 @@ ProjectGrids ReadGrids(const QuorXmlParameter& project, int outerNo) {
         }
         if (number != outerNo)
             grid.FreeVecMem(); // only the geometry and the extremes are needed from here on
-        grids.readable.emplace(number, std::move(grid));
+        const Region& kept = grids.readable.emplace(number, std::move(grid)).first->second;
+        if (number == outerNo)
+            outerRead(kept);
     }
-    return grids;
 }
 
 // How deep each drawn region sits below the outer region (0 for the outer one). Without
@@ -400,7 +409,25 @@ int Overview(const OverviewOptions& o) {
     const XML_REGION& outerRecord = project.Regions.at(outerNo);
     const std::string outerLabel = RegionLabel(outerRecord);
     const std::map<int, int> levels = DrawnLevels(project, outerNo, o.region != 0);
-    ProjectGrids grids = ReadGrids(project, outerNo);
+    ProjectGrids grids;
+    // Declared after the grids, so it ends (waiting for the relief) before they go.
+    std::future<ReliefImage> relief;
+    ReadGrids(project, outerNo, grids, [&](const Region& g) {
+        if (o.output.empty())
+            return;
+        OverviewScene outerOnly;
+        const CellExtent e = CellExtentOf(g.org_x, g.org_y, g.gridSize, g.nx, g.ny);
+        outerOnly.minX = e.minX;
+        outerOnly.minY = e.minY;
+        outerOnly.maxX = e.maxX;
+        outerOnly.maxY = e.maxY;
+        outerOnly.geographic = IsGeographic(outerRecord.EPSG);
+        const MapFrame frame = LayOutMap(outerOnly, o.width);
+        RegisterGdalOnce();
+        relief = std::async(std::launch::async, [&g, frame, geographic = outerOnly.geographic] {
+            return MakeRelief(g, frame, geographic);
+        });
+    });
     for (const auto& [number, why] : grids.unreadable)
         if (levels.count(number))
             LeftOut(RegionLabel(project.Regions.at(number)) + ": " + why);
@@ -506,8 +533,12 @@ int Overview(const OverviewOptions& o) {
     std::future<void> gpkg;
     if (!o.gpkg.empty())
         gpkg = std::async(std::launch::async, [&] { WriteOverviewGeoPackage(o.gpkg, scene); });
-    if (!o.output.empty())
-        WriteOverviewPicture(o.output, scene, o.width);
+    if (!o.output.empty()) {
+        ReliefImage ready;
+        if (relief.valid())
+            ready = relief.get();
+        WriteOverviewPicture(o.output, scene, o.width, ready.width > 0 ? &ready : nullptr);
+    }
     if (gpkg.valid())
         gpkg.get();
     if (!o.quiet) {

@@ -126,9 +126,10 @@ std::vector<std::uint8_t> ReadByteBand(GDALDataset* ds, int band, int w, int h) 
     return values;
 }
 
-// The relief as a cairo surface of the map's size: colour relief times hillshade, the
-// shade taken relative to flat ground so the legend's colours hold on the flat.
-SurfacePtr ReliefSurface(const Region& grid, const MapFrame& f, bool geographic) {
+} // namespace
+
+// The shade is taken relative to flat ground, so the legend's colours hold on the flat.
+ReliefImage MakeRelief(const Region& grid, const MapFrame& f, bool geographic) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     RegisterGdalOnce();
     const int w = f.width;
@@ -174,26 +175,19 @@ SurfacePtr ReliefSurface(const Region& grid, const MapFrame& f, bool geographic)
     const std::vector<std::uint8_t> light = ReadByteBand(shade.get(), 1, w, h);
     const double flat = std::round(1.0 + 254.0 * std::sin(kShadeAltitude * kPi / 180.0));
 
-    SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, w, h));
-    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS)
-        throw PrepError("not enough memory for the picture");
-    cairo_surface_flush(surface.get());
-    unsigned char* data = cairo_image_surface_get_data(surface.get());
-    const int stride = cairo_image_surface_get_stride(surface.get());
+    ReliefImage image{w, h, std::vector<std::uint32_t>(static_cast<std::size_t>(w) * h)};
     const auto lit = [](std::uint8_t c, double factor) {
         return static_cast<std::uint32_t>(std::clamp(std::lround(c * factor), 0L, 255L));
     };
-    for (int row = 0; row < h; ++row) {
-        auto* out = reinterpret_cast<std::uint32_t*>(data + static_cast<std::ptrdiff_t>(row) * stride);
-        for (int col = 0; col < w; ++col) {
-            const std::size_t k = static_cast<std::size_t>(row) * w + col;
-            const double factor = 1.0 - kShadeWeight + kShadeWeight * light[k] / flat;
-            out[col] = lit(red[k], factor) << 16 | lit(green[k], factor) << 8 | lit(blue[k], factor);
-        }
+    for (std::size_t k = 0; k < image.pixels.size(); ++k) {
+        const double factor = 1.0 - kShadeWeight + kShadeWeight * light[k] / flat;
+        image.pixels[k] = lit(red[k], factor) << 16 | lit(green[k], factor) << 8 |
+                          lit(blue[k], factor);
     }
-    cairo_surface_mark_dirty(surface.get());
-    return surface;
+    return image;
 }
+
+namespace {
 
 // ------------------------------------------------------------------------------ drawing
 
@@ -616,7 +610,8 @@ MapFrame LayOutMap(const OverviewScene& scene, int pictureWidth) {
     return f;
 }
 
-void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, int pictureWidth) {
+void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, int pictureWidth,
+                          const ReliefImage* relief) {
     if (pictureWidth < kMinPictureWidth || pictureWidth > kMaxPictureWidth)
         throw PrepError(StringPrintf("--width %d: give %d to %d pixels", pictureWidth,
                                      kMinPictureWidth, kMaxPictureWidth));
@@ -634,8 +629,15 @@ void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, i
     cairo_rectangle(cr.get(), f.left, f.top, f.width, f.height);
     cairo_clip(cr.get());
     if (scene.relief != nullptr) {
-        SurfacePtr relief = ReliefSurface(*scene.relief, f, scene.geographic);
-        cairo_set_source_surface(cr.get(), relief.get(), f.left, f.top);
+        ReliefImage own;
+        if (relief == nullptr || relief->width != f.width || relief->height != f.height) {
+            own = MakeRelief(*scene.relief, f, scene.geographic);
+            relief = &own;
+        }
+        SurfacePtr layer(cairo_image_surface_create_for_data(
+            reinterpret_cast<unsigned char*>(const_cast<std::uint32_t*>(relief->pixels.data())),
+            CAIRO_FORMAT_RGB24, relief->width, relief->height, relief->width * 4));
+        cairo_set_source_surface(cr.get(), layer.get(), f.left, f.top);
         cairo_paint(cr.get());
     } else {
         cairo_set_source_rgb(cr.get(), 0.9, 0.9, 0.9);

@@ -2,6 +2,7 @@
 
 #include "prep/OverviewScene.hpp"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -55,10 +56,22 @@ inline constexpr int kMinPictureWidth = 600;
 inline constexpr int kMaxPictureWidth = 8000;
 [[nodiscard]] MapFrame LayOutMap(const OverviewScene& scene, int pictureWidth);
 
+// The outer region's relief for the map `frame`: colour relief times hillshade, one
+// 0x00RRGGBB pixel per map pixel, rows from the north. Made apart from the picture so the
+// second core can make it while the rest of the project is read. Throws PrepError.
+struct ReliefImage {
+    int width = 0;
+    int height = 0;
+    std::vector<std::uint32_t> pixels;
+};
+[[nodiscard]] ReliefImage MakeRelief(const Region& grid, const MapFrame& frame, bool geographic);
+
 // GDALAllRegister unless drivers are registered already: the picture and the GeoPackage
 // are written on two threads, and registering again scans the plugin folders unguarded.
 void RegisterGdalOnce();
 
 // Draws the scene `pictureWidth` pixels wide and writes it to `path` as a whole (beside
-// it first, then renamed). Throws PrepError when it cannot be drawn or written.
-void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, int pictureWidth);
+// it first, then renamed), with `relief` when it was made for this frame, else making it.
+// Throws PrepError when it cannot be drawn or written.
+void WriteOverviewPicture(const std::string& path, const OverviewScene& scene, int pictureWidth,
+                          const ReliefImage* relief = nullptr);
