@@ -3,6 +3,7 @@
 // status.
 #include "prep/CheckCommand.hpp"
 #include "prep/GridCommand.hpp"
+#include "prep/OverviewCommand.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -63,6 +64,22 @@ bool ParseJump(const std::string& text, CheckOptions& check) {
     }
     return false;
 }
+
+constexpr const char* kOverviewFooter = R"(
+The outermost region's topography is drawn in colour relief with hillshade; every nested
+region's cell-edge outline is carried into the outer region's system (through the run's
+projection service, so a plane region is a curve in a longitude-latitude one), labelled
+with its number, name, spacing and time step; stations, coastal points and fault outlines
+on top. Paths in the project are taken from the current directory, as the run takes them.
+
+What cannot be drawn is left out with one "left out" line on standard error and the rest
+is still drawn (status 0); what the run would act on is a "note" line. Status 1 only when
+the project cannot be read, nothing at all can be drawn, or a file cannot be written.
+
+Examples:
+  seaforge-prep overview Project.xml -o Overview.png
+  seaforge-prep overview Project.xml --region 2 -o Bay.png --gpkg Overview.gpkg
+)";
 
 } // namespace
 
@@ -128,6 +145,18 @@ int main(int argc, char** argv) {
                              "PERCENT%,METRES: a nested region's boundary depths may differ from "
                              "its base's by the larger of the two (default 10%,5)");
 
+    OverviewOptions overview;
+    CLI::App* overviewCommand = app.add_subcommand(
+        "overview", "Draw the whole project in one picture, and as a GeoPackage for a GIS.");
+    overviewCommand->footer(kOverviewFooter);
+    overviewCommand->add_option("project", overview.project, "PROJECT.xml")->required();
+    overviewCommand->add_option("-o,--output", overview.output, "PNG picture to write");
+    overviewCommand->add_option("--gpkg", overview.gpkg, "GeoPackage to write (EPSG 4326)");
+    overviewCommand->add_option("--region", overview.region,
+                                "RegionNo: draw this region and the regions nested in it");
+    overviewCommand->add_option("--width", overview.width, "Picture width in pixels (1200)");
+    overviewCommand->add_flag("-q,--quiet", overview.quiet, "No summary");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -167,5 +196,7 @@ int main(int argc, char** argv) {
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }
+    if (overviewCommand->parsed())
+        return RunOverview(overview);
     return 1;
 }
