@@ -23,10 +23,11 @@ constexpr std::size_t kHeldBeyondFile = 64 * kMiB;
 constexpr std::size_t kHeldPerFileByte = 128;
 // Characters that entity readers may be charged in all. White space that a default
 // collapses costs about 7 ns a character, so this is about a second of scanning; a project
-// using a few thousand short entities is charged a few million.
+// using a few thousand short entities is charged a few million, and the 10000 references
+// the library allows in content fit whenever the longest entity is under 9 K characters.
 constexpr std::size_t kEntityTextLimit = 128 * kMiB;
-// An empty expansion still costs a reader (about 0.3 us): this lets 131072 of them through.
-constexpr std::size_t kReaderCost = 1024;
+// An empty expansion still costs a reader of 160 KiB: this lets 32768 of them through.
+constexpr std::size_t kReaderCost = 4096;
 
 // The library allocates each entity's reader through the parser's manager as one block of
 // this size (XMemory puts the manager's address in front of the object).
