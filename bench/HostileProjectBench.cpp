@@ -95,9 +95,11 @@ Run Measure(const std::string& xml, int repeat) {
 void PrintRow(const ProjectGrowth& growth, const std::string& xml, const Run& run,
               const char* verdict) {
     const double held = static_cast<double>(BoundedMemoryManager::ForDocument(xml.size()).held);
-    std::printf("  %-66s %9.2f MB %7.2f s %8.1f MiB %9.0f MiB   %s\n", growth.label,
-                static_cast<double>(xml.size()) / 1e6, run.seconds,
-                static_cast<double>(run.peakBytes) / 1048576.0, held / 1048576.0, verdict);
+    const double size = static_cast<double>(xml.size());
+    std::printf("  %-66s %9.*f %s %7.2f s %8.1f MiB %9.0f MiB   %s\n", growth.label,
+                size < 1e6 ? 1 : 2, size < 1e6 ? size / 1e3 : size / 1e6, size < 1e6 ? "KB" : "MB",
+                run.seconds, static_cast<double>(run.peakBytes) / 1048576.0, held / 1048576.0,
+                verdict);
 }
 
 } // namespace
