@@ -19,7 +19,7 @@ constexpr std::size_t kMiB = std::size_t{1} << 20;
 constexpr std::size_t kHeldBeyondFile = 64 * kMiB;
 // What the file's own markup and text may take: the most any file without entities was
 // measured to need is 92 times its size (unique element names, one per line; empty
-// elements 78, plain text 4.5 to 9), so no such file ever meets the bound.
+// elements 78, plain text 4.5 to 9), so such a file should never meet the bound.
 constexpr std::size_t kHeldPerFileByte = 128;
 // Characters that entity readers may be charged in all. White space that a default
 // collapses costs about 7 ns a character, so this is about a second of scanning; a project
@@ -30,7 +30,8 @@ constexpr std::size_t kEntityTextLimit = 128 * kMiB;
 constexpr std::size_t kReaderCost = 4096;
 
 // The library allocates each entity's reader through the parser's manager as one block of
-// this size (XMemory puts the manager's address in front of the object).
+// this size (XMemory puts the manager's address in front of the object). Nothing else
+// tells a manager that an expansion starts; BoundedMemoryManagerTest checks it still holds.
 const std::size_t kReaderBlock =
     XMLPlatformUtils::alignPointerForNewBlockAllocation(sizeof(MemoryManager*)) + sizeof(XMLReader);
 
