@@ -10,7 +10,8 @@
 #
 # Needs clang and libclang-rt-14-dev (scripts/deps.sh installs them). Builds into
 # build-fuzz/, one target at a time on one core. Each target first replays its seeds in
-# fuzz/corpus/<target>/, then fuzzes for the given time. What it learns is kept in
+# fuzz/corpus/<target>/, then fuzzes for the given time, with fuzz/<target>.dict as its
+# dictionary where there is one. What it learns is kept in
 # build-fuzz/fuzz-work/<target>/corpus/, so a later campaign starts where this one
 # stopped; the seeds are never written. Findings land beside it as crash-*, timeout-*,
 # oom-* or leak-* files. To work on one:
@@ -38,18 +39,24 @@ CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=cl
 cmake --build "$build" -j 2 --target "${targets[@]}"
 
 export UBSAN_OPTIONS=print_stacktrace=1
-# -rss_limit_mb and -malloc_limit_mb turn a grid header that asks for absurd memory into
-# an oom-* finding; -timeout a file that takes more than seconds into a timeout-* one.
-limits=(-timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=512)
 failed=()
 for target in "${targets[@]}"; do
     seeds=$root/fuzz/corpus/$target
     work=$build/fuzz-work/$target
     mkdir -p "$work/corpus"
+    # -rss_limit_mb and -malloc_limit_mb turn a grid header that asks for absurd memory
+    # into an oom-* finding; -timeout a file that takes more than seconds into a timeout-*
+    # one. A project file's parse may hold 64 MiB plus 128 times the file: a way for its
+    # text to grow past that shows as an oom-* finding, not as a slow pass.
+    rss=2048
+    [[ $target == QuorXmlParameterFuzz ]] && rss=1024
+    limits=(-timeout=10 -rss_limit_mb=$rss -malloc_limit_mb=512)
     extra=()
     # Text grid lines are read in pieces of 8190 characters; inputs must be able to
     # reach past one.
     [[ $target == RegionFuzz ]] && extra=(-max_len=20000)
+    # Tokens that inputs are built from, where a reader has a grammar of its own.
+    [[ -f $root/fuzz/$target.dict ]] && extra+=(-dict="$root/fuzz/$target.dict")
     echo "=== $target: seeds, then ${seconds} s"
     if ! (cd "$work" && "$build/fuzz/$target" "${limits[@]}" -runs=0 "$seeds" > seeds.log 2>&1 &&
           "$build/fuzz/$target" "${limits[@]}" "${extra[@]}" -max_total_time="$seconds" \

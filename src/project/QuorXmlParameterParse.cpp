@@ -1,5 +1,6 @@
 #include "project/QuorXmlParameter.hpp"
 
+#include "project/BoundedMemoryManager.hpp"
 #include "project/Console.hpp"
 
 #include <xercesc/dom/DOM.hpp>
@@ -11,6 +12,7 @@
 #include <xercesc/util/XMLDOMMsg.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
+#include <xercesc/validators/DTD/DTDEntityDecl.hpp>
 
 #include <climits>
 #include <cstdarg>
@@ -51,10 +53,13 @@ class ParseErrorRecorder : public DOMErrorHandler {
     bool failed = false;
 };
 
-// The library's load-and-save parser, stopping with a parse error before it builds an
-// element that nests or carries more than the limits allow.
+// The library's load-and-save parser working in `memory`, stopping with a parse error
+// before it builds an element that nests or carries more than the limits allow.
 class BoundedParser : public DOMLSParserImpl {
   public:
+    explicit BoundedParser(BoundedMemoryManager& memory)
+        : DOMLSParserImpl(nullptr, &memory), memory_(memory) {}
+
     void startElement(const XMLElementDecl& decl, const unsigned int urlId,
                       const XMLCh* const prefix, const RefVectorOf<XMLAttr>& attributes,
                       const XMLSize_t attributeCount, const bool isEmpty,
@@ -73,8 +78,15 @@ class BoundedParser : public DOMLSParserImpl {
         --depth_;
         DOMLSParserImpl::endElement(decl, urlId, isRoot, prefix);
     }
+    // The memory manager charges each expansion for the longest entity it could be.
+    void entityDecl(const DTDEntityDecl& decl, const bool isPEDecl, const bool isIgnored) override {
+        DOMLSParserImpl::entityDecl(decl, isPEDecl, isIgnored);
+        if (!isIgnored)
+            memory_.NoteEntity(decl.getValueLen());
+    }
 
   private:
+    BoundedMemoryManager& memory_;
     int depth_ = 0;
 };
 
@@ -116,9 +128,19 @@ double LeadingDouble(const std::string& text) {
     return strtod_l(text.c_str(), nullptr, cLocale);
 }
 
-bool NamesDirectory(const std::string& path) {
+// What stat says of the project file: whether it is a directory, and its size when it is
+// a regular file (0 otherwise: a pipe, a name the library resolves as a URI, a missing file).
+struct FileFacts {
+    bool directory = false;
+    std::size_t size = 0;
+};
+
+FileFacts FactsOf(const std::string& path) {
     struct stat info;
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    if (stat(path.c_str(), &info) != 0)
+        return {};
+    return {S_ISDIR(info.st_mode),
+            S_ISREG(info.st_mode) ? static_cast<std::size_t>(info.st_size) : 0};
 }
 
 template <typename Visit> void ForEachElement(const DOMNode* parent, Visit visit) {
@@ -149,10 +171,13 @@ int QuorXmlParameter::exeParse() {
         return 0;
     }
     bool parsed = false;
+    const FileFacts file = FactsOf(XmlFileName);
+    // The parser and its tree live in this: made before the parser, it dies after it.
+    BoundedMemoryManager memory(BoundedMemoryManager::ForDocument(file.size));
     try {
         // What the "LS" implementation's createLSParser(MODE_SYNCHRONOUS, no schema type)
-        // makes, with the nesting and attribute limits added.
-        ParserPtr parser(new BoundedParser());
+        // makes, with the nesting, attribute and memory bounds added.
+        ParserPtr parser(new BoundedParser(memory));
         ParseErrorRecorder errors;
         // A project file comes from somebody else: it must neither exhaust memory through
         // entity expansion nor pull another file's content into the run.
@@ -166,8 +191,9 @@ int QuorXmlParameter::exeParse() {
 
         // A directory opens like a file and fails at its first read, where the library
         // loses the reader it was making: it is refused here as the parse would refuse it.
-        if (!NamesDirectory(XmlFileName)) {
+        if (!file.directory) {
             const DOMDocument* document = parser->parseURI(XmlFileName.c_str());
+            memory.Lift();
             if (!errors.failed) {
                 readParam(document);
                 parsed = true;
