@@ -66,7 +66,6 @@ struct Report {
 
 constexpr const char* kCornerNames[] = {"south-west", "south-east", "north-east", "north-west"};
 
-[[nodiscard]] bool IsGeographic(int epsg) { return epsg == 4326 || epsg == 4612; }
 
 // "the run stops with "ERROR:Read Topography"": every error names the run's own line.
 std::string RunStops(int code) { return " (the run stops with \"" + CodeMessage(code) + "\")"; }

@@ -29,7 +29,6 @@
 
 namespace {
 
-[[nodiscard]] bool IsGeographic(int epsg) { return epsg == 4326 || epsg == 4612; }
 
 // The plain words for a system the run's projection service does not have.
 std::string OutsideServiceWords(int epsg) {

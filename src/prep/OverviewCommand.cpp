@@ -24,7 +24,6 @@ namespace {
 
 constexpr int kPointsPerSide = 32; // a plane region's straight edge is a curve elsewhere
 
-[[nodiscard]] bool IsGeographic(int epsg) { return epsg == 4326 || epsg == 4612; }
 
 void LeftOut(const std::string& what) {
     std::fprintf(stderr, "seaforge-prep: left out %s\n", what.c_str());

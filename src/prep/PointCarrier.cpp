@@ -1,5 +1,6 @@
 #include "prep/PointCarrier.hpp"
 
+#include "prep/ProjectFiles.hpp"
 #include "project/Console.hpp"
 #include "projection/MapProjection.hpp"
 
@@ -13,7 +14,6 @@
 
 namespace {
 
-[[nodiscard]] bool IsGeographic(int epsg) { return epsg == 4326 || epsg == 4612; }
 [[nodiscard]] bool ServiceKnows(int epsg) { return IsGeographic(epsg) || IsServicePlaneEpsg(epsg); }
 
 [[nodiscard]] bool AllFinite(const std::vector<double>& x, const std::vector<double>& y) {

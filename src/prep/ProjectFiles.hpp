@@ -12,6 +12,9 @@
 // the file is missing or the run could not parse it ("Miss Parse").
 [[nodiscard]] QuorXmlParameter ReadProject(const std::string& path);
 
+// Codes the run reads as longitude and latitude in degrees; every other code is metres.
+[[nodiscard]] inline bool IsGeographic(int epsg) { return epsg == 4326 || epsg == 4612; }
+
 // "region 2 (Bay)": how every command names a region.
 [[nodiscard]] std::string RegionLabel(const XML_REGION& region);
 
