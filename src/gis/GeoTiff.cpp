@@ -61,15 +61,13 @@ GeoTiff::GeoTiff() = default;
 
 GeoTiff::~GeoTiff() = default;
 
-bool GeoTiff::initialize(const std::string& colorTableFile) {
+int GeoTiff::loadColorTable(const std::string& colorTableFile) {
     colorTable.clear();
     gdalColorTable.reset();
 
     FilePtr file(std::fopen(colorTableFile.c_str(), "r"));
-    if (!file) {
-        std::printf("Error : GeoTiff::initialize() -> file open error\n");
-        return false;
-    }
+    if (!file)
+        return 1;
     char line[1023];
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
         // Kept: a last line without a line end ends the table unread.
@@ -82,12 +80,24 @@ bool GeoTiff::initialize(const std::string& colorTableFile) {
     // A name that opens but cannot be read (a directory) is no colour table either.
     if (std::ferror(file.get())) {
         colorTable.clear();
-        std::printf("Error : GeoTiff::initialize() -> file open error\n");
-        return false;
+        return 1;
     }
     if (colorTable.size() > kMaxClasses) {
-        std::printf("Error : GeoTiff::initialize() -> 256 color over\n");
         colorTable.clear();
+        return 2;
+    }
+    return 0;
+}
+
+bool GeoTiff::initialize(const std::string& colorTableFile) {
+    switch (loadColorTable(colorTableFile)) {
+    case 0:
+        break;
+    case 1:
+        std::printf("Error : GeoTiff::initialize() -> file open error\n");
+        return false;
+    default:
+        std::printf("Error : GeoTiff::initialize() -> 256 color over\n");
         return false;
     }
 

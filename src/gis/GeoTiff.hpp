@@ -37,6 +37,9 @@ class GeoTiff {
     // Lines are read with a 1023-byte buffer, so a line of more than 1022 characters is
     // read as several lines.
     [[nodiscard]] bool initialize(const std::string& colorTableFile);
+    // The reading of initialize alone, printing nothing and making no GDAL table: 0 when
+    // read, 1 when the file cannot be opened or read, 2 for more than 256 classes.
+    [[nodiscard]] int loadColorTable(const std::string& colorTableFile);
 
     // Classifies nx × ny values given in grid-file order: row j = 0 (the southernmost)
     // first, x fastest, so values[j * nx + i] is the cell at column i (west to east) and

@@ -1,6 +1,7 @@
 #include "prep/CheckCommand.hpp"
 
 #include "driver/ErrorCodes.hpp"
+#include "gis/GeoTiff.hpp"
 #include "inputs/ConstLineParam.hpp"
 #include "inputs/DynamicParam.hpp"
 #include "inputs/Fault.hpp"
@@ -485,6 +486,19 @@ Report BuildReport(const CheckOptions& o) {
                                     cause == 2 ? "has a line with fewer than four fields"
                                                : "cannot be read") +
                            RunStops(19));
+    }
+
+    // The colour tables the run draws its pictures with.
+    const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
+    for (const std::string& table : {pictures.TopographyColorTable, pictures.RoughnessColorTable,
+                                     pictures.WaveHeightColorTable}) {
+        GeoTiff reader;
+        if (const int cause = table.empty() ? 0 : reader.loadColorTable(table))
+            report.Add(Level::Error, 0,
+                       StringPrintf("the colour table file %s %s", table.c_str(),
+                                    cause == 2 ? "holds more than 256 classes"
+                                               : "cannot be read") +
+                           RunStops(8));
     }
 
     const int tide = TideLevelOf(project.TideWaterLevel);

@@ -201,6 +201,12 @@ TEST(PrepCheck, WhatTheRunRefusesComesFirstWithTheRunsOwnReason) {
             dir.Write("inner.txt", TextGrid(25, 25, 140.151, 35.051, [](int, int) { return Depth(-100); }));
         },
         [](const TempDir& dir) { dir.Write("fault.txt", "35.0 140.1 5000\n"); },
+        [](const TempDir& dir) { // a colour table file that is not there
+            std::string xml = Slurp(dir.path() / "project.xml");
+            xml.insert(xml.find("</Project>"), "<GeotiffSetting><Topography><FileName>gone.clr"
+                                               "</FileName></Topography></GeotiffSetting>");
+            dir.Write("project.xml", xml);
+        },
         [](const TempDir& dir) { // a deformation stage file that is not there
             std::string xml = Slurp(dir.path() / "project.xml");
             xml.insert(xml.find("</CalcParameter>"),
