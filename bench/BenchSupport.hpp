@@ -3,6 +3,8 @@
 // Timing, memory and console helpers shared by the benchmark programs.
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -123,5 +125,39 @@ class Silence {
   private:
     int saved_;
 };
+
+// One run of another program, as a child process.
+struct Child {
+    double seconds = 1e300;
+    long long peakBytes = 0;
+    int status = -1;
+};
+
+// Runs `args` (a program found on the PATH or by its path, and its arguments) in `dir`
+// (empty: here) with its output discarded; wall time, and peak resident memory from wait4.
+inline Child RunChild(const std::vector<std::string>& args, const std::string& dir = "") {
+    Child child;
+    std::fflush(stdout); // or the child's freopen writes the parent's buffered lines again
+    child.seconds = Seconds([&] {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            if ((!dir.empty() && chdir(dir.c_str()) != 0) ||
+                !std::freopen("/dev/null", "w", stdout) || !std::freopen("/dev/null", "w", stderr))
+                _exit(127);
+            std::vector<char*> argv;
+            for (const std::string& a : args)
+                argv.push_back(const_cast<char*>(a.c_str()));
+            argv.push_back(nullptr);
+            execvp(argv[0], argv.data());
+            _exit(127);
+        }
+        int wstatus = 0;
+        rusage usage{};
+        wait4(pid, &wstatus, 0, &usage);
+        child.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128;
+        child.peakBytes = static_cast<long long>(usage.ru_maxrss) * 1024;
+    });
+    return child;
+}
 
 } // namespace bench

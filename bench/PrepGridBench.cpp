@@ -23,38 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Child {
-    double seconds = 0;
-    long long peakBytes = 0;
-    int status = -1;
-};
-
-// Runs `args` with its output discarded; wall time and peak resident memory from wait4.
-Child RunChild(const std::vector<std::string>& args) {
-    Child child;
-    std::fflush(stdout); // or the child's freopen writes the parent's buffered lines again
-    const double seconds = bench::Seconds([&] {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            if (!std::freopen("/dev/null", "w", stdout))
-                _exit(127);
-            std::vector<char*> argv;
-            for (const std::string& a : args)
-                argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execvp(argv[0], argv.data());
-            _exit(127);
-        }
-        int wstatus = 0;
-        rusage usage{};
-        wait4(pid, &wstatus, 0, &usage);
-        child.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128;
-        child.peakBytes = static_cast<long long>(usage.ru_maxrss) * 1024;
-    });
-    child.seconds = seconds;
-    return child;
-}
-
 // A geographic DEM of side x side cells over one degree, tiled like a national DEM, with
 // relief at several scales so that neither warp meets a flat grid.
 void WriteSource(const std::string& path, int side) {
@@ -125,11 +93,11 @@ int main(int argc, char** argv) {
         bounds[2], bounds[3], "-tr", "20", "20", "-r", "average", "-ot", "Float32",
         "-dstnodata", "nan", source, tiff};
 
-    Child bestPrep{1e300, 0, 0};
-    Child bestWarp{1e300, 0, 0};
+    bench::Child bestPrep;
+    bench::Child bestWarp;
     for (int r = 0; r < repeat; ++r) {
-        const Child p = RunChild(prepArgs);
-        const Child w = RunChild(warpArgs);
+        const bench::Child p = bench::RunChild(prepArgs);
+        const bench::Child w = bench::RunChild(warpArgs);
         if (p.status != 0 || w.status != 0) {
             std::printf("a child failed: seaforge-prep %d, gdalwarp %d\n", p.status, w.status);
             return 1;

@@ -30,38 +30,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Child {
-    double seconds = 1e300;
-    long long peakBytes = 0;
-    int status = -1;
-};
-
-// Runs `args` in `dir` with its output discarded; wall time and peak memory from wait4.
-Child RunChild(const fs::path& dir, const std::vector<std::string>& args) {
-    Child child;
-    std::fflush(stdout); // or the child's freopen writes the parent's buffered lines again
-    child.seconds = bench::Seconds([&] {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            if (chdir(dir.c_str()) != 0 || !std::freopen("/dev/null", "w", stdout) ||
-                !std::freopen("/dev/null", "w", stderr))
-                _exit(127);
-            std::vector<char*> argv;
-            for (const std::string& a : args)
-                argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        int wstatus = 0;
-        rusage usage{};
-        wait4(pid, &wstatus, 0, &usage);
-        child.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128;
-        child.peakBytes = static_cast<long long>(usage.ru_maxrss) * 1024;
-    });
-    return child;
-}
-
 // The same project with only what the overview reads: the three topographies (the run then
 // fills roughness and land maps itself), the point lists and the fault; no pictures.
 void WriteTopographiesOnly(const fs::path& dir, const bench::Project& full) {
@@ -91,8 +59,8 @@ void WriteTopographiesOnly(const fs::path& dir, const bench::Project& full) {
 }
 
 struct Pair {
-    Child overview;
-    Child run;
+    bench::Child overview;
+    bench::Child run;
 };
 
 // Best time and worst peak of each, the two taking turns.
@@ -103,8 +71,8 @@ bool TakeTurns(const fs::path& dir, const std::string& project, const fs::path& 
                                                project, "-o", "overview.png", "--gpkg",
                                                "overview.gpkg"};
     for (int r = 0; r < repeat; ++r) {
-        const Child o = RunChild(dir, overview);
-        const Child s = RunChild(dir, run);
+        const bench::Child o = bench::RunChild(overview, dir.string());
+        const bench::Child s = bench::RunChild(run, dir.string());
         if (o.status != 0 || s.status != 0) {
             std::printf("a child failed on %s: overview %d, Seaforge %d (run it in %s)\n",
                         project.c_str(), o.status, s.status, dir.c_str());
