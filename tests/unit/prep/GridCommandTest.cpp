@@ -34,13 +34,13 @@ Outcome RunCaptured(const GridOptions& options) {
 
 // A geographic source over 139.5 .. 140.5 E, 34.5 .. 35.5 N at 0.01 degree whose value
 // grows to the north and east: -1000 in the south-west.
-RasterSpec Geographic(const char* driver = "GTiff") {
-    RasterSpec spec;
-    spec.driver = driver;
-    spec.nx = 100;
-    spec.ny = 100;
-    spec.transform = {139.5, 0.01, 0, 35.5, 0, -0.01};
-    return spec;
+RasterLayout Geographic(const char* driver = "GTiff") {
+    RasterLayout layout;
+    layout.driver = driver;
+    layout.nx = 100;
+    layout.ny = 100;
+    layout.transform = {139.5, 0.01, 0, 35.5, 0, -0.01};
+    return layout;
 }
 double Slope(int column, int line) { return -1000.0 + 3.0 * column + 7.0 * (99 - line); }
 
@@ -107,7 +107,7 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     TempDir dir;
     MakeRaster((dir.path() / "regional.tif").string(), Geographic(), [](int, int) { return 1.0; });
     // A plane-system survey with a nodata hole in its middle, inside the grid's west half.
-    RasterSpec survey;
+    RasterLayout survey;
     survey.nx = 10;
     survey.ny = 10;
     survey.epsg = 2451;
@@ -136,7 +136,7 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
 TEST(PrepGrid, DepthsPositiveDownBecomeElevations) {
     TempDir dir;
     MakeRaster((dir.path() / "a.tif").string(), Geographic(), [](int, int) { return 40.0; });
-    RasterSpec westHalf = Geographic("AAIGrid");
+    RasterLayout westHalf = Geographic("AAIGrid");
     westHalf.noData = -9999;
     MakeRaster((dir.path() / "b.asc").string(), westHalf,
                [](int c, int) { return c < 50 ? 25.0 : -9999.0; });
@@ -211,7 +211,7 @@ TEST(PrepGrid, AFailedRunLeavesTheOldGridWhole) {
 
 TEST(PrepGrid, BadInputEndsInOneLine) {
     TempDir dir;
-    RasterSpec noSystem = Geographic();
+    RasterLayout noSystem = Geographic();
     noSystem.epsg = 0;
     MakeRaster((dir.path() / "nosrs.tif").string(), noSystem, Slope);
     MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);

@@ -47,7 +47,7 @@ void WriteProject(const TempDir& dir, const std::string& project = Project()) {
     dir.Write("project.xml", project);
     dir.Write("fault.txt", "# lat lon depth unused strike dip rake length width slip name\n"
                            "35.0 139.9 5000 0 30 45 90 10000 5000 1.0 \"F1\"\n");
-    RasterSpec dem;
+    RasterLayout dem;
     dem.nx = 200;
     dem.ny = 200;
     dem.transform = {139.5, 0.005, 0, 35.5, 0, -0.005};

@@ -17,7 +17,7 @@
 #include <vector>
 
 // Elevation rasters made in the test with GDAL, in the formats modellers bring.
-struct RasterSpec {
+struct RasterLayout {
     const char* driver = "GTiff";     // GTiff, netCDF, AAIGrid, ...
     int nx = 0;                       // columns
     int ny = 0;                       // lines, the first at the north
@@ -27,29 +27,29 @@ struct RasterSpec {
 };
 
 // value(column, line): line 0 is the northern row.
-inline void MakeRaster(const std::string& path, const RasterSpec& spec,
+inline void MakeRaster(const std::string& path, const RasterLayout& layout,
                        const std::function<double(int, int)>& value) {
     GDALAllRegister();
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr ds(mem->Create("", spec.nx, spec.ny, 1, GDT_Float32, nullptr));
-    std::vector<float> cells(static_cast<std::size_t>(spec.nx) * spec.ny);
-    for (int l = 0; l < spec.ny; ++l)
-        for (int c = 0; c < spec.nx; ++c)
-            cells[static_cast<std::size_t>(l) * spec.nx + c] = static_cast<float>(value(c, l));
-    ASSERT_EQ(ds->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, spec.nx, spec.ny, cells.data(),
-                                             spec.nx, spec.ny, GDT_Float32, 0, 0, nullptr),
+    GDALDatasetUniquePtr ds(mem->Create("", layout.nx, layout.ny, 1, GDT_Float32, nullptr));
+    std::vector<float> cells(static_cast<std::size_t>(layout.nx) * layout.ny);
+    for (int l = 0; l < layout.ny; ++l)
+        for (int c = 0; c < layout.nx; ++c)
+            cells[static_cast<std::size_t>(l) * layout.nx + c] = static_cast<float>(value(c, l));
+    ASSERT_EQ(ds->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, layout.nx, layout.ny, cells.data(),
+                                             layout.nx, layout.ny, GDT_Float32, 0, 0, nullptr),
               CE_None);
-    std::array<double, 6> transform = spec.transform;
+    std::array<double, 6> transform = layout.transform;
     ds->SetGeoTransform(transform.data());
-    if (spec.epsg != 0) {
+    if (layout.epsg != 0) {
         OGRSpatialReference srs;
-        srs.importFromEPSG(spec.epsg);
+        srs.importFromEPSG(layout.epsg);
         ds->SetSpatialRef(&srs);
     }
-    if (spec.noData)
-        ds->GetRasterBand(1)->SetNoDataValue(*spec.noData);
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(spec.driver);
-    ASSERT_NE(driver, nullptr) << spec.driver;
+    if (layout.noData)
+        ds->GetRasterBand(1)->SetNoDataValue(*layout.noData);
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(layout.driver);
+    ASSERT_NE(driver, nullptr) << layout.driver;
     GDALDatasetUniquePtr copy(
         driver->CreateCopy(path.c_str(), ds.get(), FALSE, nullptr, nullptr, nullptr));
     ASSERT_NE(copy, nullptr) << path;
