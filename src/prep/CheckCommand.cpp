@@ -422,6 +422,17 @@ void Estimate(Report& report, const QuorXmlParameter& project) {
     report.outputBytes = output;
 }
 
+// A side file the run reads before any region: `cause` is its reader's answer (0 read, 2
+// a line of the wrong form, anything else unreadable); the run stops with `code`.
+void ReportSideFile(Report& report, int cause, const char* what, const std::string& file,
+                    const char* badForm, int code) {
+    if (cause != 0)
+        report.Add(Level::Error, 0,
+                   StringPrintf("the %s %s %s", what, file.c_str(),
+                                cause == 2 ? badForm : "cannot be read") +
+                       RunStops(code));
+}
+
 // What the time step reads of a topography, without its cells: the suggestion below tries
 // the whole block several times, and a grid may hold tens of millions of cells.
 Region StepView(const Region& t) {
@@ -459,33 +470,20 @@ Report BuildReport(const CheckOptions& o) {
 
     for (const XML_FAULT& rec : project.Faults) {
         Fault fault(rec);
-        if (const int cause = fault.LoadFile())
-            report.Add(Level::Error, 0,
-                       StringPrintf("the fault model file %s %s", rec.FileName.c_str(),
-                                    cause == 2 ? "has a malformed line" : "cannot be read") +
-                           RunStops(2));
+        ReportSideFile(report, fault.LoadFile(), "fault model file", rec.FileName,
+                       "has a malformed line", 2);
     }
 
     // The deformation stages and construction-line parameters the run reads next.
     if (!project.Dynamic.FileName.empty()) {
         DynamicParam dynamic(project.Dynamic);
-        if (const int cause = dynamic.LoadFile(0.0))
-            report.Add(Level::Error, 0,
-                       StringPrintf("the dynamic deformation parameter file %s %s",
-                                    project.Dynamic.FileName.c_str(),
-                                    cause == 2 ? "has a line with fewer than three fields"
-                                               : "cannot be read") +
-                           RunStops(18));
+        ReportSideFile(report, dynamic.LoadFile(0.0), "dynamic deformation parameter file",
+                       project.Dynamic.FileName, "has a line with fewer than three fields", 18);
     }
     if (!project.ConstLine.FileName.empty()) {
         ConstLineParam constLine(project.ConstLine);
-        if (const int cause = constLine.LoadFile())
-            report.Add(Level::Error, 0,
-                       StringPrintf("the construction-line parameter file %s %s",
-                                    project.ConstLine.FileName.c_str(),
-                                    cause == 2 ? "has a line with fewer than four fields"
-                                               : "cannot be read") +
-                           RunStops(19));
+        ReportSideFile(report, constLine.LoadFile(), "construction-line parameter file",
+                       project.ConstLine.FileName, "has a line with fewer than four fields", 19);
     }
 
     // The colour tables the run draws its pictures with.
@@ -493,12 +491,8 @@ Report BuildReport(const CheckOptions& o) {
     for (const std::string& table : {pictures.TopographyColorTable, pictures.RoughnessColorTable,
                                      pictures.WaveHeightColorTable}) {
         GeoTiff reader;
-        if (const int cause = table.empty() ? 0 : reader.loadColorTable(table))
-            report.Add(Level::Error, 0,
-                       StringPrintf("the colour table file %s %s", table.c_str(),
-                                    cause == 2 ? "holds more than 256 classes"
-                                               : "cannot be read") +
-                           RunStops(8));
+        ReportSideFile(report, table.empty() ? 0 : reader.loadColorTable(table),
+                       "colour table file", table, "holds more than 256 classes", 8);
     }
 
     const int tide = TideLevelOf(project.TideWaterLevel);

@@ -465,12 +465,5 @@ int Grid(const GridOptions& o) {
 } // namespace
 
 int RunGrid(const GridOptions& options) {
-    try {
-        return Grid(options);
-    } catch (const PrepError& e) {
-        std::fprintf(stderr, "seaforge-prep: %s\n", e.what());
-    } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "seaforge-prep: not enough memory for this grid\n");
-    }
-    return 1;
+    return ReportingErrors("grid", [&] { return Grid(options); });
 }

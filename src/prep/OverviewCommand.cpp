@@ -580,12 +580,5 @@ int Overview(const OverviewOptions& o) {
 } // namespace
 
 int RunOverview(const OverviewOptions& options) {
-    try {
-        return Overview(options);
-    } catch (const PrepError& e) {
-        std::fprintf(stderr, "seaforge-prep: %s\n", e.what());
-    } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "seaforge-prep: not enough memory for this overview\n");
-    }
-    return 1;
+    return ReportingErrors("overview", [&] { return Overview(options); });
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdio>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -10,3 +12,16 @@ class PrepError : public std::runtime_error {
   public:
     explicit PrepError(const std::string& message) : std::runtime_error(message) {}
 };
+
+// A command's exit status: what `command` answers, or 1 after its PrepError's line, or
+// after "not enough memory for this <what>" when memory ran out.
+template <class Command> int ReportingErrors(const char* what, Command command) {
+    try {
+        return command();
+    } catch (const PrepError& e) {
+        std::fprintf(stderr, "seaforge-prep: %s\n", e.what());
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "seaforge-prep: not enough memory for this %s\n", what);
+    }
+    return 1;
+}
