@@ -7,8 +7,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include <unistd.h>
 
@@ -81,11 +87,30 @@ Examples:
   seaforge-prep overview Project.xml --region 2 -o Bay.png --gpkg Overview.gpkg
 )";
 
+// A source's position as typed: a whole number, nothing after it.
+std::optional<int> SourceNumber(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const long n = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno != 0 || n < INT_MIN || n > INT_MAX)
+        return std::nullopt;
+    return static_cast<int>(n);
+}
+
+std::optional<double> Number(const std::string& text) {
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0')
+        return std::nullopt;
+    return v;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{kDescription, "seaforge-prep"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "seaforge-prep " SEAFORGE_VERSION);
     app.footer("Run 'seaforge-prep COMMAND --help' for a command's options.");
 
     GridOptions grid;
@@ -95,6 +120,11 @@ int main(int argc, char** argv) {
     std::vector<double> origin;
     std::vector<int> size;
     double fill = 0;
+    std::vector<std::string> srsFor;
+    std::vector<std::string> noDataFor;
+    std::vector<std::string> zScaleFor;
+    double sourceNoData = 0;
+    double zScale = 0;
     CLI::App* gridCommand =
         app.add_subcommand("grid", "Make a region's topography grid from elevation rasters.");
     gridCommand->footer(kGridFooter);
@@ -123,6 +153,22 @@ int main(int argc, char** argv) {
                           "Every source holds depths, positive down");
     gridCommand->add_option("--depth-positive-source", grid.depthPositiveSources,
                             "N: source N (1 = the first) holds depths, positive down; repeatable");
+    gridCommand->add_option("--source-srs", grid.sourceSrs,
+                            "CODE: every source is in this coordinate system (an EPSG code, or "
+                            "anything GDAL reads), whatever its file says");
+    gridCommand->add_option("--srs-source", srsFor, "N CODE: the same for source N; repeatable")
+        ->expected(2)->allow_extra_args(false);
+    auto* noDataOption = gridCommand->add_option(
+        "--source-nodata", sourceNoData, "VALUE: every source's nodata value (nan allowed)");
+    gridCommand->add_option("--nodata-source", noDataFor, "N VALUE: the same for source N; repeatable")
+        ->expected(2)->allow_extra_args(false);
+    auto* zScaleOption = gridCommand->add_option(
+        "--z-scale", zScale, "FACTOR: metres per unit of every source's values, over its unit");
+    gridCommand->add_option("--z-scale-source", zScaleFor, "N FACTOR: the same for source N; repeatable")
+        ->expected(2)->allow_extra_args(false);
+    gridCommand->add_flag("--keep-markers", grid.keepMarkers,
+                          "Take -9999, -32768, -32767 and 1e20 or beyond in sources without a "
+                          "nodata tag as real values");
     gridCommand->add_option("--resampling", grid.resampling,
                             "near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
                             "max, min, med, q1, q3 or sum, for every source");
@@ -193,6 +239,35 @@ int main(int argc, char** argv) {
             grid.size = std::array<int, 2>{size[0], size[1]};
         if (fillOption->count() > 0)
             grid.fill = fill;
+        if (noDataOption->count() > 0)
+            grid.sourceNoData = sourceNoData;
+        if (zScaleOption->count() > 0)
+            grid.zScale = zScale;
+        std::string bad;
+        for (std::size_t k = 0; k + 1 < srsFor.size(); k += 2) {
+            const std::optional<int> n = SourceNumber(srsFor[k]);
+            if (!n)
+                bad = "--srs-source " + srsFor[k];
+            else
+                grid.sourceSrsFor.emplace_back(*n, srsFor[k + 1]);
+        }
+        for (const auto& [option, texts, into] :
+             {std::tuple{"--nodata-source", &noDataFor, &grid.sourceNoDataFor},
+              std::tuple{"--z-scale-source", &zScaleFor, &grid.zScaleFor}})
+            for (std::size_t k = 0; k + 1 < texts->size(); k += 2) {
+                const std::optional<int> n = SourceNumber((*texts)[k]);
+                const std::optional<double> value = Number((*texts)[k + 1]);
+                if (!n || !value)
+                    bad = std::string(option) + " " + (*texts)[k] + " " + (*texts)[k + 1];
+                else
+                    into->emplace_back(*n, *value);
+            }
+        if (!bad.empty()) {
+            std::fprintf(stderr, "seaforge-prep: %s: give the source's number (1 = the first) "
+                                 "and a number\n",
+                         bad.c_str());
+            return 1;
+        }
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }

@@ -105,7 +105,9 @@ TEST(PrepGrid, EqualsGdalWarpOfTheSameSourceInEveryFormat) {
 
 TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     TempDir dir;
-    MakeRaster((dir.path() / "regional.tif").string(), Geographic(), [](int, int) { return 1.0; });
+    // 1 wherever the grid reads it; a source of one number would be refused.
+    MakeRaster((dir.path() / "regional.tif").string(), Geographic(),
+               [](int c, int l) { return c + l == 0 ? 2.0 : 1.0; });
     // A plane-system survey with a nodata hole in its middle, inside the grid's west half.
     RasterLayout survey;
     survey.nx = 10;
@@ -114,7 +116,9 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     survey.transform = {0, 100, 0, -90000, 0, -100};
     survey.noData = -9999;
     MakeRaster((dir.path() / "survey.tif").string(), survey,
-               [](int c, int l) { return c >= 4 && c < 6 && l >= 4 && l < 6 ? -9999.0 : 2.0; });
+               [](int c, int l) {
+                   return c >= 4 && c < 6 && l >= 4 && l < 6 ? -9999.0 : c + l == 0 ? 3.0 : 2.0;
+               });
     GridOptions o = Standalone(dir.path(), 2451, 100, {0, -91000, 2000, -90000},
                                {"regional.tif", "survey.tif"});
     o.resampling = "near";
@@ -127,7 +131,8 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     for (int j = 0; j < 10; ++j)
         for (int i = 0; i < 20; ++i) {
             const bool hole = i >= 4 && i < 6 && 9 - j >= 4 && 9 - j < 6;
-            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? 2.0 : 1.0) << i << " " << j;
+            const double survey = i == 0 && j == 9 ? 3.0 : 2.0;
+            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? survey : 1.0) << i << " " << j;
         }
     EXPECT_NE(run.out.find("survey.tif (near): 96 cells, 48.0 %"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("regional.tif (near): 104 cells, 52.0 %"), std::string::npos);
@@ -135,11 +140,13 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
 
 TEST(PrepGrid, DepthsPositiveDownBecomeElevations) {
     TempDir dir;
-    MakeRaster((dir.path() / "a.tif").string(), Geographic(), [](int, int) { return 40.0; });
+    // The grid's cells take the source's pixels at their centres, never pixel (0, 0).
+    MakeRaster((dir.path() / "a.tif").string(), Geographic(),
+               [](int c, int l) { return c + l == 0 ? 41.0 : 40.0; });
     RasterLayout westHalf = Geographic("AAIGrid");
     westHalf.noData = -9999;
     MakeRaster((dir.path() / "b.asc").string(), westHalf,
-               [](int c, int) { return c < 50 ? 25.0 : -9999.0; });
+               [](int c, int l) { return c + l == 0 ? 26.0 : c < 50 ? 25.0 : -9999.0; });
     struct Case {
         bool all;
         std::vector<int> which;
@@ -223,7 +230,7 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         std::string expected;
     };
     const Case cases[] = {
-        {{"nosrs.tif"}, {139.6, 34.6, 140, 35}, "nosrs.tif: has no coordinate system; give it one"},
+        {{"nosrs.tif"}, {139.6, 34.6, 140, 35}, "nosrs.tif: has no coordinate system; say which it is with --source-srs"},
         {{"src.tif", "gone.tif"}, {139.6, 34.6, 140, 35}, "gone.tif: GDAL cannot open it as a raster"},
         {{"text.tif"}, {139.6, 34.6, 140, 35}, "text.tif: GDAL cannot open it as a raster"},
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
