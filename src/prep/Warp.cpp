@@ -409,22 +409,26 @@ void RefuseUntaggedMarkers(const OpenedSource& src, const WarpSource& source, in
         return;
     std::int64_t markers = 0;
     double first = 0;
+    bool alike = true;
     ReadLines(
         src, (*window)[0], (*window)[1], (*window)[2], (*window)[3],
         [&](const double* v, std::size_t n) {
             for (std::size_t c = 0; c < n; ++c)
-                if (IsMarker(v[c]) && markers++ == 0)
-                    first = v[c];
+                if (IsMarker(v[c])) {
+                    if (markers++ == 0)
+                        first = v[c];
+                    alike = alike && v[c] == first;
+                }
             return true;
         },
         source.path);
     if (markers > 0)
         throw PrepError(StringPrintf(
-            "%s: %" PRId64 " cells under the grid hold %.10g%s, which marks missing data in "
-            "many files, but the source has no nodata tag, so they would be resampled into "
-            "real cells; name the marker with --source-nodata %.10g (or --nodata-source %d "
-            "%.10g), or take such values as real with --keep-markers",
-            source.path.c_str(), markers, first, markers > 1 ? " or the like" : "", first,
+            "%s: %" PRId64 " of its values where the grid reads it hold %.9g%s, which marks "
+            "missing data in many files, but the source has no nodata tag, so they would be "
+            "resampled into real cells; name the marker with --source-nodata %.9g (or "
+            "--nodata-source %d %.9g), or take such values as real with --keep-markers",
+            source.path.c_str(), markers, first, alike ? "" : " and other markers", first,
             position, first));
 }
 

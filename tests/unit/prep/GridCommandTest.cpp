@@ -7,7 +7,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <limits>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -131,8 +135,8 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     for (int j = 0; j < 10; ++j)
         for (int i = 0; i < 20; ++i) {
             const bool hole = i >= 4 && i < 6 && 9 - j >= 4 && 9 - j < 6;
-            const double survey = i == 0 && j == 9 ? 3.0 : 2.0;
-            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? survey : 1.0) << i << " " << j;
+            const double measured = i == 0 && j == 9 ? 3.0 : 2.0;
+            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? measured : 1.0) << i << " " << j;
         }
     EXPECT_NE(run.out.find("survey.tif (near): 96 cells, 48.0 %"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("regional.tif (near): 104 cells, 52.0 %"), std::string::npos);
@@ -222,31 +226,136 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
     noSystem.epsg = 0;
     MakeRaster((dir.path() / "nosrs.tif").string(), noSystem, Slope);
     MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    MakeRaster((dir.path() / "one.tif").string(), Geographic(), [](int, int) { return 3.0; });
+    MakeRaster((dir.path() / "flatwest.tif").string(), Geographic(),
+               [](int c, int l) { return c < 50 ? -100.0 : Slope(c, l); });
+    // Cut short as a download can leave them: the netCDF library reads what is missing as
+    // zeros without a word, libtiff says it cannot read a strip.
+    MakeRaster((dir.path() / "cut.nc").string(), Geographic("netCDF"), Slope);
+    CutShort((dir.path() / "cut.nc").string(), 3000);
+    MakeRaster((dir.path() / "cut.tif").string(), Geographic(), Slope);
+    CutShort((dir.path() / "cut.tif").string(), 20000);
+    RasterLayout tagged = Geographic();
+    tagged.noData = -9999;
+    MakeRaster((dir.path() / "cuttagged.tif").string(), tagged, Slope);
+    CutShort((dir.path() / "cuttagged.tif").string(), 20000);
     dir.Write("text.tif", "not a raster");
     const std::string src = (dir.path() / "src.tif").string();
     struct Case {
         std::vector<std::string> sources;
         Bounds bounds;
         std::string expected;
+        std::function<void(GridOptions&)> change = nullptr;
     };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const Bounds west = {139.6, 34.6, 140, 35};
     const Case cases[] = {
-        {{"nosrs.tif"}, {139.6, 34.6, 140, 35}, "nosrs.tif: has no coordinate system; say which it is with --source-srs"},
-        {{"src.tif", "gone.tif"}, {139.6, 34.6, 140, 35}, "gone.tif: GDAL cannot open it as a raster"},
-        {{"text.tif"}, {139.6, 34.6, 140, 35}, "text.tif: GDAL cannot open it as a raster"},
+        {{"nosrs.tif"}, west, "nosrs.tif: has no coordinate system; say which it is with --source-srs"},
+        {{"src.tif", "gone.tif"}, west, "gone.tif: GDAL cannot open it as a raster"},
+        {{"text.tif"}, west, "text.tif: GDAL cannot open it as a raster"},
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
-        {{"project.xml", "src.tif"}, {139.6, 34.6, 140, 35}, "give --region N to build one"},
+        {{"project.xml", "src.tif"}, west, "give --region N to build one"},
         {{"src.tif"}, {0, 0, 100000, 100000}, "needs 7450.6 GiB of memory, more than this machine has"},
+        {{"one.tif"}, west, "one.tif: every value it holds is 3; a source of one number"},
+        {{"flatwest.tif"}, west, "every one of the 16 cells would hold -100: the sources are flat"},
+        {{"cut.nc"}, west, "cut.nc: the file is cut short: it holds 3000 bytes, fewer than the 40000"},
+        {{"cut.tif"}, west, "cut.tif: GDAL cannot read its values; the file may be damaged or cut "
+                            "short (" + (dir.path() / "cut.tif").string() + ", band 1: IReadBlock failed"},
+        {{"cuttagged.tif"}, west, "cuttagged.tif: the warp failed (" +
+                                  (dir.path() / "cuttagged.tif").string() + ", band 1: IReadBlock failed"},
+        {{"src.tif"}, west, "--fill takes a finite number of metres, not nan",
+         [&](GridOptions& o) { o.fill = nan; }},
+        {{"src.tif"}, west, "--fill takes a finite number of metres, not inf",
+         [](GridOptions& o) { o.fill = std::numeric_limits<double>::infinity(); }},
+        {{"src.tif"}, west, "--z-scale takes a finite factor other than 0, not 0",
+         [](GridOptions& o) { o.zScaleFor = {{1, 0.0}}; }},
+        {{"src.tif"}, west, "--nodata-source 2: there are 1 sources",
+         [](GridOptions& o) { o.sourceNoDataFor = {{2, -1.0}}; }},
+        {{"src.tif"}, west, "src.tif: its coordinate system \"EPSG:99999\" (--source-srs) is not one",
+         [](GridOptions& o) { o.sourceSrs = "EPSG:99999"; }},
+        {{"src.tif"}, west, "--size 0 5: give NX NY, both at least 1",
+         [](GridOptions& o) { o.bounds.reset(), o.origin = {139.65, 34.65}, o.size = {0, 5}; }},
+        {{"src.tif"}, west, "--size goes with --origin X Y",
+         [](GridOptions& o) { o.size = {4, 4}; }},
+        {{"src.tif"}, west, "--bounds-lonlat 34.6 139.6 35 140 lie on no source, but 139.6 34.6 "
+                            "140 35 do: they look like latitude first",
+         [](GridOptions& o) { o.bounds.reset(), o.boundsLonLat = Bounds{34.6, 139.6, 35, 140}; }},
     };
     for (const Case& c : cases) {
-        const Outcome run =
-            RunCaptured(Standalone(dir.path(), 4326, 0.1, c.bounds, c.sources, "out.txt"));
+        GridOptions o = Standalone(dir.path(), 4326, 0.1, c.bounds, c.sources, "out.txt");
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
         EXPECT_EQ(run.status, 1) << c.expected;
         EXPECT_NE(run.err.find(c.expected), std::string::npos) << run.err;
         EXPECT_EQ(run.err.rfind("seaforge-prep: ", 0), 0u) << run.err;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_FALSE(fs::exists(dir.path() / "out.txt"));
     }
+}
+
+TEST(PrepGrid, AFlatGridIsWrittenOnlyWhenFilledOnPurpose) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {150, 10, 151, 11}, {"src.tif"});
+    o.fill = -4000;
+    const Outcome run = RunCaptured(o);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("  values       -4000 .. -4000\n"), std::string::npos) << run.out;
+}
+
+TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.6, 34.6, 140, 35}, {"src.tif"});
+
+    // A link to a grid elsewhere: the grid is replaced, keeping its mode; the link stays.
+    const std::string real = dir.Write("grids/real.txt", "old grid");
+    fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    fs::create_symlink("grids/real.txt", dir.path() / "link.txt");
+    o.output = (dir.path() / "link.txt").string();
+    o.geotiff = (dir.path() / "link.tif").string();
+    fs::create_symlink("grids/real.tif", o.geotiff); // dangling: names the file to make
+    const Outcome linked = RunCaptured(o);
+    ASSERT_EQ(linked.status, 0) << linked.err;
+    EXPECT_TRUE(fs::is_symlink(o.output));
+    EXPECT_TRUE(fs::is_symlink(o.geotiff));
+    EXPECT_EQ(ReadBack(real, 0.1).nx, 4);
+    EXPECT_EQ(fs::status(real).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_TRUE(fs::is_regular_file(dir.path() / "grids" / "real.tif"));
+    o.geotiff.clear();
+
+    // Renaming over these would remove the node; a FIFO is never opened, so never waited on.
+    const std::string fifo = (dir.path() / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    fs::create_directory(dir.path() / "folder");
+    struct Case {
+        std::string path;
+        const char* kind;
+    };
+    const Case cases[] = {{"/dev/null", "a character device"},
+                          {"/dev/full", "a character device"},
+                          {fifo, "a FIFO"},
+                          {(dir.path() / "folder").string(), "a directory"}};
+    for (const Case& c : cases) {
+        o.output = c.path;
+        const Outcome refused = RunCaptured(o);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.err, "seaforge-prep: cannot write " + c.path + ": it is " + c.kind +
+                                   ", and only a regular file is replaced\n");
+        const fs::file_type kind = fs::symlink_status(c.path).type();
+        EXPECT_TRUE(kind == fs::file_type::character || kind == fs::file_type::fifo ||
+                    kind == fs::file_type::directory)
+            << c.path;
+    }
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"fifo", "folder", "grids", "link.tif", "link.txt",
+                                              "src.tif"}));
 }
 
 TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
