@@ -234,11 +234,6 @@ struct Placed {
 
 Placed PlaceGrid(const GridOptions& o, const Target& t, const Region* base) {
     Placed placed;
-    if (o.size && ((*o.size)[0] < 1 || (*o.size)[1] < 1))
-        throw PrepError(StringPrintf("--size %d %d: give NX NY, both at least 1", (*o.size)[0],
-                                     (*o.size)[1]));
-    if (o.size && !o.origin)
-        throw PrepError("--size goes with --origin X Y, which places grid point (0, 0)");
     if (o.origin) {
         if (!o.size)
             throw PrepError("--origin needs --size NX NY, both at least 1");
@@ -410,6 +405,11 @@ int Grid(const GridOptions& o) {
         throw PrepError("unknown resampling method \"" + o.resampling +
                         "\" (near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
                         "max, min, med, q1, q3, sum)");
+    if (o.size && ((*o.size)[0] < 1 || (*o.size)[1] < 1))
+        throw PrepError(StringPrintf("--size %d %d: give NX NY, both at least 1", (*o.size)[0],
+                                     (*o.size)[1]));
+    if (o.size && !o.origin)
+        throw PrepError("--size goes with --origin X Y, which places grid point (0, 0)");
     if (o.fill && !std::isfinite(*o.fill))
         throw PrepError(StringPrintf("--fill takes a finite number of metres, not %g", *o.fill));
     const std::vector<WarpSource> sources = Sources(o);

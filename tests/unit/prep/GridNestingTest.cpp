@@ -195,14 +195,28 @@ TEST(PrepCommandLine, HelpAndMistakes) {
     EXPECT_NE(help.out.find("grid"), std::string::npos);
     const SeaforgeRun gridHelp = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"grid", "--help"});
     EXPECT_EQ(gridHelp.status, 0);
-    for (const char* option : {"--bounds-lonlat", "--depth-positive", "--fill", "--geotiff", "--resampling"})
+    for (const char* option : {"--bounds-lonlat", "--depth-positive", "--fill", "--geotiff",
+                               "--resampling", "--source-srs", "--srs-source", "--source-nodata",
+                               "--nodata-source", "--z-scale", "--z-scale-source",
+                               "--keep-markers"})
         EXPECT_NE(gridHelp.out.find(option), std::string::npos) << option;
     const SeaforgeRun checkHelp = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"check", "--help"});
     EXPECT_EQ(checkHelp.status, 0);
     for (const char* option : {"--json", "--cfl-limit", "--max-boundary-jump"})
         EXPECT_NE(checkHelp.out.find(option), std::string::npos) << option;
+    const SeaforgeRun version = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "seaforge-prep " SEAFORGE_VERSION "\n");
+    const std::vector<std::string> standalone = {"grid", "--epsg", "4326", "--spacing", "1",
+                                                 "-o", "out.txt", "a.tif"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), standalone.begin(), standalone.end());
+        return more;
+    };
     for (const std::vector<std::string>& args :
-         {std::vector<std::string>{}, {"grid"}, {"grid", "--nonsense", "a.tif"}, {"frobnicate"}}) {
+         {std::vector<std::string>{}, {"grid"}, {"grid", "--nonsense", "a.tif"}, {"frobnicate"},
+          with({"--origin", "0", "0", "--size", "0", "5"}), with({"--size", "0", "5"}),
+          with({"--nodata-source", "1", "-99x"}), with({"--srs-source", "x", "4326"})}) {
         const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), args);
         EXPECT_EQ(bad.status, 1);
         EXPECT_EQ(bad.err.rfind("seaforge-prep: ", 0), 0u) << bad.err;
