@@ -60,6 +60,33 @@ GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bou
     return o;
 }
 
+// 40 x 40 pixels of 0.025 degrees from 139.4875 E, 35.5125 N.
+RasterLayout OffCentre(const char* driver = "GTiff") {
+    RasterLayout layout;
+    layout.driver = driver;
+    layout.nx = 40;
+    layout.ny = 40;
+    layout.transform = {139.4875, 0.025, 0, 35.5125, 0, -0.025};
+    return layout;
+}
+
+// A 0.1 degree grid over 139.5 .. 140 E, 34.5 .. 35.5 N, nearest neighbour: the centre of
+// cell (i, j) lies in the middle of pixel (4 i + 2, 38 - 4 j), whose value it takes.
+GridOptions NearestWest(const TempDir& dir, std::vector<std::string> sources) {
+    GridOptions o;
+    o.epsg = 4326;
+    o.spacing = 0.1;
+    o.bounds = Bounds{139.5, 34.5, 140.0, 35.5};
+    o.output = (dir.path() / "out.txt").string();
+    o.resampling = "near";
+    for (const std::string& s : sources)
+        o.sources.push_back((dir.path() / s).string());
+    return o;
+}
+
+// 100 in the column of cell (2, j).
+double Hundred(int c, int) { return 90.0 + c; }
+
 } // namespace
 
 TEST(PrepGrid, EqualsGdalWarpOfTheSameSourceInEveryFormat) {
@@ -403,5 +430,134 @@ TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
                                                    GDT_Float32, 0, 0, nullptr),
                   CE_None);
         EXPECT_EQ(pixel, static_cast<float>(grid.grid(column, 3 - line))) << column << " " << line;
+    }
+}
+
+TEST(PrepGrid, ValuesBecomeElevationsInMetres) {
+    using Metadata = std::vector<std::pair<std::string, std::string>>;
+    const Metadata down = {{"positive", "down"}};
+    const Metadata downInFeet = {{"positive", "down"}, {"units", "ft"}};
+    struct Case {
+        const char* driver;
+        RasterDescription description;
+        std::function<void(GridOptions&)> change;
+        double expected;
+        const char* note; // the summary's line under the source, or ""
+    };
+    const Case cases[] = {
+        {"GTiff", {"ft", {}}, nullptr, 30.48, "in feet (its unit \"ft\"): scaled by 0.3048 to metres"},
+        {"GTiff", {"international foot", {}}, nullptr, 30.48, "in feet (its unit \"international foot\")"},
+        {"GTiff", {"US survey foot", {}}, nullptr, 100 * 1200.0 / 3937,
+         "in US survey feet (its unit \"US survey foot\"): scaled by 0.3048006096 to metres"},
+        {"GTiff", {"ftUS", {}}, [](GridOptions& o) { o.zScale = 1; }, 100, ""},
+        {"GTiff", {"m", {}}, [](GridOptions& o) { o.zScaleFor = {{1, 2.0}}; }, 200,
+         "values scaled by 2 (--z-scale)"},
+        {"netCDF", {"", down}, nullptr, -100,
+         "depths, positive down as its positive = \"down\" says: turned into elevations"},
+        {"netCDF", {"", down}, [](GridOptions& o) { o.depthPositive = true; }, -100, ""},
+        {"netCDF", {"", downInFeet}, nullptr, -30.48, "in feet (its unit \"ft\")"},
+        {"netCDF", {"", {{"positive", "up"}}}, nullptr, 100, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.driver) + " " + c.note);
+        TempDir dir;
+        const std::string name = std::string("src.") + (c.driver[0] == 'G' ? "tif" : "nc");
+        MakeDescribedRaster((dir.path() / name).string(), OffCentre(c.driver), c.description,
+                            Hundred);
+        GridOptions o = NearestWest(dir, {name});
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_FLOAT_EQ(static_cast<float>(grid.grid(2, 7)), static_cast<float>(c.expected));
+        const std::size_t source = run.out.find("  source ");
+        const std::size_t noteAt = run.out.find("\n               ", source);
+        if (*c.note == '\0')
+            EXPECT_EQ(noteAt, std::string::npos) << run.out;
+        else
+            EXPECT_NE(run.out.find(std::string("\n               ") + c.note, source),
+                      std::string::npos)
+                << run.out;
+    }
+}
+
+TEST(PrepGrid, UntaggedMarkersAreRefusedUnlessNamedOrKept) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Case {
+        double marker;
+        bool underGrid; // the marked pixels lie where the grid reads, or off it
+        std::function<void(GridOptions&)> change;
+        std::string refused; // the marker as the refusal shows it, or "": written
+        double cell;         // else: cell (1, 3), which reads a marked pixel
+    };
+    const Case cases[] = {
+        {-9999, true, nullptr, "-9999", 0},
+        {-32768, true, nullptr, "-32768", 0},
+        {-32767, true, nullptr, "-32767", 0},
+        {1e20, true, nullptr, "1.00000002e+20", 0}, // as a float source holds it
+        {-3e38, true, nullptr, "-3.00000001e+38", 0},
+        {-9999, false, nullptr, "", -56},
+        {nan, true, nullptr, "", 96}, // a float source's NaN needs no tag
+        {-9999, true, [](GridOptions& o) { o.sourceNoData = -9999; }, "", 96},
+        {-32768, true, [](GridOptions& o) { o.sourceNoDataFor = {{2, -32768.0}}; }, "", 96},
+        {-9999, true, [](GridOptions& o) { o.keepMarkers = true; }, "", -9999},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.marker) + (c.underGrid ? " under the grid" : " off it"));
+        TempDir dir;
+        MakeRaster((dir.path() / "regional.tif").string(), OffCentre(), Hundred);
+        // The survey's marked pixels: those of cells (1..2, 3..4), or columns the grid never
+        // reads.
+        MakeRaster((dir.path() / "survey.tif").string(), OffCentre(), [&](int col, int l) {
+            const bool marked = c.underGrid ? col >= 4 && col < 12 && l >= 20 && l < 28
+                                            : col >= 30 && l >= 20;
+            return marked ? c.marker : -50.0 - col;
+        });
+        GridOptions o = NearestWest(dir, {"regional.tif", "survey.tif"});
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
+        if (!c.refused.empty()) {
+            EXPECT_EQ(run.status, 1);
+            EXPECT_EQ(run.err, "seaforge-prep: " + o.sources[1] + ": 64 of its values where the "
+                               "grid reads it hold " + c.refused + ", which marks missing data in "
+                               "many files, but the source has no nodata tag, so they would be "
+                               "resampled into real cells; name the marker with --source-nodata " +
+                               c.refused + " (or --nodata-source 2 " + c.refused + "), or take "
+                               "such values as real with --keep-markers\n");
+            EXPECT_FALSE(fs::exists(o.output));
+            continue;
+        }
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_EQ(grid.grid(1, 3), c.cell);
+        EXPECT_EQ(grid.grid(3, 3), -64.0);
+    }
+}
+
+TEST(PrepGrid, AGridWithoutSystemTakesTheOneGiven) {
+    // As GMT writes a grid: x and y in degrees, no coordinate system.
+    TempDir dir;
+    RasterLayout gmt = OffCentre("netCDF");
+    gmt.epsg = 0;
+    MakeRaster((dir.path() / "gmt.nc").string(), gmt, [](int c, int l) { return -10.0 * c - l; });
+    GridOptions o = NearestWest(dir, {"gmt.nc"});
+    const Outcome refused = RunCaptured(o);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err, "seaforge-prep: " + o.sources[0] + ": has no coordinate system; say "
+                           "which it is with --source-srs CODE (for example --source-srs 4326 "
+                           "for longitude and latitude in degrees)\n");
+    for (const auto& given : {std::function<void(GridOptions&)>(
+                                  [](GridOptions& g) { g.sourceSrs = "4326"; }),
+                              std::function<void(GridOptions&)>([](GridOptions& g) {
+                                  g.sourceSrsFor = {{1, "EPSG:4326"}};
+                              })}) {
+        GridOptions with = o;
+        given(with);
+        const Outcome run = RunCaptured(with);
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_EQ(grid.grid(2, 7), -110.0); // pixel (10, 10)
     }
 }
