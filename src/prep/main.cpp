@@ -172,7 +172,7 @@ int main(int argc, char** argv) {
                             "near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
                             "max, min, med, q1, q3 or sum, for every source");
     auto* fillOption =
-        gridCommand->add_option("--fill", fill, "VALUE for cells no source covers");
+        gridCommand->add_option("--fill", fill, "VALUE (a finite number) for cells no source covers");
     gridCommand->add_option("--geotiff", grid.geotiff,
                             "FILE: also write the grid as a float GeoTIFF");
     gridCommand->add_flag("-q,--quiet", grid.quiet, "No progress line and no summary");
