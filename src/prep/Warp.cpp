@@ -13,14 +13,12 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cinttypes>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <optional>
 
 namespace {
 
@@ -250,9 +248,6 @@ double SourceSpacingAtCentre(const OpenedSource& src, const OGRSpatialReference&
 struct WarpOptionsDeleter {
     void operator()(GDALWarpOptions* o) const { GDALDestroyWarpOptions(o); }
 };
-struct ExactTransformerDeleter {
-    void operator()(void* t) const { GDALDestroyGenImgProjTransformer(t); }
-};
 struct TransformerDeleter {
     void operator()(void* t) const { GDALDestroyApproxTransformer(t); }
 };
@@ -275,11 +270,34 @@ void* ExactTransformer(const OpenedSource& src, GDALDataset& dst, int epsg,
     return exact;
 }
 
+// A nodata marker met in the source pixels a warp reads.
+struct MarkerSeen {
+    bool seen = false;
+    double value = 0;
+};
+
+// Looks at each chunk of source pixels the warper has read, before it resamples them, so
+// markers are caught in what the grid takes without reading the source a second time.
+CPLErr StopAtMarker(void* kernel, void* arg) {
+    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
+    auto* seen = static_cast<MarkerSeen*>(arg);
+    const auto* v = reinterpret_cast<const double*>(k->papabySrcImage[0]);
+    const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
+    for (std::size_t c = 0; c < n; ++c)
+        if (IsMarker(v[c])) {
+            *seen = {true, v[c]};
+            return CE_Failure;
+        }
+    return CE_None;
+}
+
 // Warps band 1 of `src` into lines firstLine .. firstLine + lines - 1 of `dst`, which are
-// set to NaN first; cells the source holds no valid data for stay NaN.
-void WarpInto(const OpenedSource& src, GDALDataset& dst, GDALResampleAlg algorithm,
-              const WarpSettings& settings, int firstLine, int lines, double progressFrom,
-              double progressTo, const std::string& path) {
+// set to NaN first; cells the source holds no valid data for stay NaN. A source without
+// nodata stops at the first marker it holds where the grid reads it, unless it keeps them.
+void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
+              GDALDataset& dst, GDALResampleAlg algorithm, const WarpSettings& settings,
+              int firstLine, int lines, double progressFrom, double progressTo) {
+    const std::string& path = source.path;
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
     std::unique_ptr<GDALWarpOptions, WarpOptionsDeleter> options(GDALCreateWarpOptions());
@@ -313,7 +331,14 @@ void WarpInto(const OpenedSource& src, GDALDataset& dst, GDALResampleAlg algorit
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    GDALWarpResolveWorkingDataType(options.get());
+    // The grid's own type, which the warper would choose anyway: the marker scan reads
+    // the source chunks as doubles.
+    options->eWorkingDataType = GDT_Float64;
+    MarkerSeen marker;
+    if (!src.hasNoData && !source.keepMarkers) {
+        options->pfnPreWarpChunkProcessor = StopAtMarker;
+        options->pPreWarpProcessorArg = &marker;
+    }
 
     std::unique_ptr<void, ScaledProgressDeleter> progress;
     if (settings.progress != nullptr) {
@@ -324,8 +349,17 @@ void WarpInto(const OpenedSource& src, GDALDataset& dst, GDALResampleAlg algorit
     }
 
     GDALWarpOperation operation;
-    if (operation.Initialize(options.get()) != CE_None ||
-        operation.ChunkAndWarpImage(0, firstLine, dst.GetRasterXSize(), lines) != CE_None)
+    const bool warped =
+        operation.Initialize(options.get()) == CE_None &&
+        operation.ChunkAndWarpImage(0, firstLine, dst.GetRasterXSize(), lines) == CE_None;
+    if (marker.seen)
+        throw PrepError(StringPrintf(
+            "%s: holds %.9g where the grid reads it, which marks missing data in many files, "
+            "but the source has no nodata tag, so it would be resampled into real cells; name "
+            "the marker with --source-nodata %.9g (or --nodata-source %d %.9g), or take such "
+            "values as real with --keep-markers",
+            path.c_str(), marker.value, marker.value, position, marker.value));
+    if (!warped)
         throw PrepError(path + ": the warp failed" + LastGdalError());
 }
 
@@ -353,83 +387,6 @@ void ReadLines(const OpenedSource& src, int x0, int y0, int width, int height,
         if (!visit(lines.data(), lines.size()))
             return;
     }
-}
-
-// The source's pixels and lines the grid draws from, with room for the widest resampling
-// kernel: x0, y0, width, height; empty when the grid lies off the source.
-std::optional<std::array<int, 4>> WindowUnderGrid(const OpenedSource& src, void* exact,
-                                                  const GridGeometry& grid) {
-    constexpr int kSteps = 20;
-    constexpr int kMargin = 4;
-    std::vector<double> xs;
-    std::vector<double> ys;
-    for (int a = 0; a <= kSteps; ++a)
-        for (int b = 0; b <= kSteps; ++b) {
-            xs.push_back(grid.nx * static_cast<double>(a) / kSteps);
-            ys.push_back(grid.ny * static_cast<double>(b) / kSteps);
-        }
-    std::vector<double> zs(xs.size());
-    std::vector<int> ok(xs.size());
-    GDALGenImgProjTransform(exact, TRUE, static_cast<int>(xs.size()), xs.data(), ys.data(),
-                            zs.data(), ok.data());
-    double minX = std::numeric_limits<double>::infinity();
-    double minY = minX;
-    double maxX = -minX;
-    double maxY = -minX;
-    for (std::size_t k = 0; k < xs.size(); ++k)
-        if (ok[k] && std::isfinite(xs[k]) && std::isfinite(ys[k])) {
-            minX = std::min(minX, xs[k]);
-            maxX = std::max(maxX, xs[k]);
-            minY = std::min(minY, ys[k]);
-            maxY = std::max(maxY, ys[k]);
-        }
-    const double nx = src.ds->GetRasterXSize();
-    const double ny = src.ds->GetRasterYSize();
-    const double x0 = std::max(0.0, std::floor(minX) - kMargin);
-    const double y0 = std::max(0.0, std::floor(minY) - kMargin);
-    const double x1 = std::min(nx, std::ceil(maxX) + kMargin);
-    const double y1 = std::min(ny, std::ceil(maxY) + kMargin);
-    if (!(x1 > x0) || !(y1 > y0))
-        return std::nullopt;
-    return std::array<int, 4>{static_cast<int>(x0), static_cast<int>(y0),
-                              static_cast<int>(x1 - x0), static_cast<int>(y1 - y0)};
-}
-
-// A source without a nodata tag must not hold the markers files use for "no data" where
-// the grid reads it, unless the user takes them as values.
-void RefuseUntaggedMarkers(const OpenedSource& src, const WarpSource& source, int position,
-                           GDALDataset& target, const WarpSettings& settings,
-                           const GridGeometry& grid) {
-    if (src.hasNoData || source.keepMarkers)
-        return;
-    std::unique_ptr<void, ExactTransformerDeleter> exact(
-        ExactTransformer(src, target, settings.epsg, source.path));
-    const std::optional<std::array<int, 4>> window = WindowUnderGrid(src, exact.get(), grid);
-    if (!window)
-        return;
-    std::int64_t markers = 0;
-    double first = 0;
-    bool alike = true;
-    ReadLines(
-        src, (*window)[0], (*window)[1], (*window)[2], (*window)[3],
-        [&](const double* v, std::size_t n) {
-            for (std::size_t c = 0; c < n; ++c)
-                if (IsMarker(v[c])) {
-                    if (markers++ == 0)
-                        first = v[c];
-                    alike = alike && v[c] == first;
-                }
-            return true;
-        },
-        source.path);
-    if (markers > 0)
-        throw PrepError(StringPrintf(
-            "%s: %" PRId64 " of its values where the grid reads it hold %.9g%s, which marks "
-            "missing data in many files, but the source has no nodata tag, so they would be "
-            "resampled into real cells; name the marker with --source-nodata %.9g (or "
-            "--nodata-source %d %.9g), or take such values as real with --keep-markers",
-            source.path.c_str(), markers, first, alike ? "" : " and other markers", first,
-            position, first));
 }
 
 // Whether every valid value of the whole source is one number, read until a second one
@@ -574,9 +531,6 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
 
     cells.Assign(grid.nx, grid.ny, std::numeric_limits<double>::quiet_NaN());
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
-    for (std::size_t k = 0; k < sources.size(); ++k)
-        RefuseUntaggedMarkers(opened[k], sources[k], static_cast<int>(k + 1), *target, settings,
-                              grid);
 
     const std::size_t nx = static_cast<std::size_t>(grid.nx);
     const int bandRows = static_cast<int>(
@@ -596,8 +550,8 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         const double progressFrom = static_cast<double>(done) * perSource;
 
         if (done == 0) {
-            WarpInto(opened[k], *target, algorithm, settings, 0, grid.ny, progressFrom,
-                     progressFrom + perSource, sources[k].path);
+            WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
+                     settings, 0, grid.ny, progressFrom, progressFrom + perSource);
             double* v = cells.Data();
             for (std::size_t c = 0, n = nx * static_cast<std::size_t>(grid.ny); c < n; ++c)
                 if (!std::isnan(v[c])) {
@@ -616,8 +570,8 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
             saved.assign(band, band + n);
             const double share = perSource * rows / grid.ny;
             const double bandFrom = progressFrom + perSource * first / grid.ny;
-            WarpInto(opened[k], *target, algorithm, settings, first, rows, bandFrom,
-                     bandFrom + share, sources[k].path);
+            WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
+                     settings, first, rows, bandFrom, bandFrom + share);
             for (std::size_t c = 0; c < n; ++c) {
                 if (!std::isnan(saved[c])) {
                     band[c] = saved[c];

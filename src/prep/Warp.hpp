@@ -71,11 +71,11 @@ void CheckSources(const std::vector<WarpSource>& sources);
 // Fills `cells` (grid.nx × grid.ny, cells(i, j) at grid point (i, j), j = 0 at the south)
 // from the sources. Automatic resampling averages where the grid is coarser than a source
 // and interpolates bilinearly where it is finer. Cells no source covers hold NaN.
-// Refused with PrepError before any warp: a source without a nodata tag that holds a
-// nodata marker (-9999, -32768, -32767, 1e20 or beyond) where the grid reads it, unless it
-// keeps its markers; a source GDAL cannot read there. After the warps: a source whose
-// values are all one number. Memory beyond `cells`: the warper's buffers, GDAL's block
-// cache and at most 32 MB of rows or source lines.
+// Refused with PrepError: a source without a nodata tag that holds a nodata marker (-9999,
+// -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
+// markers; a source GDAL cannot read there (with GDAL's reason); a source whose values are
+// all one number. Memory beyond `cells`: the warper's buffers, GDAL's block cache and at
+// most 32 MB of rows or source lines.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
                                       const WarpSettings& settings, Grid2d<double>& cells);
