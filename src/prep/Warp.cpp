@@ -16,7 +16,6 @@
 #include <cctype>
 #include <cinttypes>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <memory>
 
@@ -363,55 +362,37 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
         throw PrepError(path + ": the warp failed" + LastGdalError());
 }
 
-// Lines y0 .. y0 + height - 1, columns x0 .. x0 + width - 1 of band 1, a few lines at a
-// time; `visit` answers whether to read on. A failed read ends in PrepError with GDAL's
+// Whether every valid value of the whole source is one number, `value`, read a few lines
+// at a time until a second number shows. A failed read ends in PrepError with GDAL's
 // reason: a damaged file must not pass for one of zeros.
-void ReadLines(const OpenedSource& src, int x0, int y0, int width, int height,
-               const std::function<bool(const double*, std::size_t)>& visit,
-               const std::string& path) {
+bool HoldsOneNumber(const OpenedSource& src, const std::string& path, double& value) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
     GDALRasterBand* band = src.ds->GetRasterBand(1);
+    const int width = src.ds->GetRasterXSize();
+    const int height = src.ds->GetRasterYSize();
     const int step = static_cast<int>(std::clamp<std::size_t>(
         kBandBytes / (static_cast<std::size_t>(width) * sizeof(double)), 1,
         static_cast<std::size_t>(height)));
     std::vector<double> lines;
-    for (int y = y0; y < y0 + height; y += step) {
-        const int count = std::min(step, y0 + height - y);
+    bool seen = false;
+    for (int y = 0; y < height; y += step) {
+        const int count = std::min(step, height - y);
         lines.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(count));
-        if (band->RasterIO(GF_Read, x0, y, width, count, lines.data(), width, count,
-                           GDT_Float64, 0, 0, nullptr) != CE_None ||
-            CPLGetLastErrorType() == CE_Failure)
+        if (band->RasterIO(GF_Read, 0, y, width, count, lines.data(), width, count,
+                           GDT_Float64, 0, 0, nullptr) != CE_None)
             throw PrepError(path + ": GDAL cannot read its values; the file may be damaged or "
                                    "cut short" + LastGdalError());
-        if (!visit(lines.data(), lines.size()))
-            return;
+        for (double v : lines) {
+            if (std::isnan(v) || (src.hasNoData && v == src.noData))
+                continue;
+            if (seen && v != value)
+                return false;
+            value = v;
+            seen = true;
+        }
     }
-}
-
-// Whether every valid value of the whole source is one number, read until a second one
-// shows; `value` is that number.
-bool HoldsOneNumber(const OpenedSource& src, const std::string& path, double& value) {
-    bool seen = false;
-    bool varied = false;
-    ReadLines(
-        src, 0, 0, src.ds->GetRasterXSize(), src.ds->GetRasterYSize(),
-        [&](const double* v, std::size_t n) {
-            for (std::size_t c = 0; c < n; ++c) {
-                if (std::isnan(v[c]) || (src.hasNoData && v[c] == src.noData))
-                    continue;
-                if (!seen) {
-                    value = v[c];
-                    seen = true;
-                } else if (v[c] != value) {
-                    varied = true;
-                    return false;
-                }
-            }
-            return true;
-        },
-        path);
-    return seen && !varied;
+    return seen;
 }
 
 // A dataset over `cells` itself: line j is grid row j, from the south, so the warp writes
