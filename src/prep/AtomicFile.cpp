@@ -3,8 +3,10 @@
 #include "prep/PrepError.hpp"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include <fcntl.h>
@@ -15,35 +17,95 @@ namespace {
 
 std::string Reason(int error) { return std::strerror(error); }
 
-// A temporary beside `path`, with the permissions a new file there would get.
-int MakeTemporary(const std::string& path, std::string& temporary) {
-    std::vector<char> name(path.begin(), path.end());
+const char* KindOf(mode_t mode) {
+    if (S_ISDIR(mode))
+        return "a directory";
+    if (S_ISCHR(mode))
+        return "a character device";
+    if (S_ISBLK(mode))
+        return "a block device";
+    if (S_ISFIFO(mode))
+        return "a FIFO";
+    if (S_ISSOCK(mode))
+        return "a socket";
+    return "not a regular file";
+}
+
+// Where the content must land: the file a chain of symbolic links ends at (a link that
+// dangles names the file to create), so the rename replaces that file, not the link.
+// Only a regular file is replaced: renaming over a device or a FIFO would remove the node.
+struct Destination {
+    std::string path;
+    std::optional<mode_t> mode; // the replaced file's permission bits
+};
+
+Destination Resolve(const std::string& given) {
+    std::string path = given;
+    for (int hops = 0;; ++hops) {
+        struct stat info {};
+        if (lstat(path.c_str(), &info) != 0) {
+            if (errno == ENOENT)
+                return {path, std::nullopt};
+            throw PrepError("cannot write " + given + ": " + Reason(errno));
+        }
+        if (S_ISLNK(info.st_mode)) {
+            if (hops == 40)
+                throw PrepError("cannot write " + given + ": " + Reason(ELOOP));
+            std::vector<char> target(PATH_MAX + 1);
+            const ssize_t n = readlink(path.c_str(), target.data(), PATH_MAX);
+            if (n < 0)
+                throw PrepError("cannot write " + given + ": " + Reason(errno));
+            std::string next(target.data(), static_cast<std::size_t>(n));
+            const std::size_t slash = path.rfind('/');
+            if (!next.empty() && next.front() != '/' && slash != std::string::npos)
+                next = path.substr(0, slash + 1) + next;
+            path = next;
+            continue;
+        }
+        if (!S_ISREG(info.st_mode))
+            throw PrepError("cannot write " + given + ": it is " + KindOf(info.st_mode) +
+                            ", and only a regular file is replaced");
+        return {path, info.st_mode & 07777};
+    }
+}
+
+// A temporary beside the file it will replace, with that file's permission bits, or those
+// a new file there would get.
+int MakeTemporary(const std::string& given, const Destination& to, std::string& temporary) {
+    std::vector<char> name(to.path.begin(), to.path.end());
     const std::string suffix = ".tmp-XXXXXX";
     name.insert(name.end(), suffix.begin(), suffix.end());
     name.push_back('\0');
     const int fd = mkstemp(name.data());
     if (fd < 0)
-        throw PrepError("cannot write " + path + ": " + Reason(errno));
+        throw PrepError("cannot write " + given + ": " + Reason(errno));
     temporary = name.data();
-    const mode_t mask = umask(0);
-    umask(mask);
-    (void)fchmod(fd, 0666 & ~mask); // mkstemp's 0600 would hide the grid from the group
+    mode_t mode = 0;
+    if (to.mode) {
+        mode = *to.mode;
+    } else {
+        const mode_t mask = umask(0);
+        umask(mask);
+        mode = 0666 & ~mask; // mkstemp's 0600 would hide the grid from the group
+    }
+    (void)fchmod(fd, mode); // the content matters more than its bits: a failure is not fatal
     return fd;
 }
 
-void Commit(const std::string& temporary, const std::string& path) {
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+void Commit(const std::string& temporary, const std::string& given, const Destination& to) {
+    if (std::rename(temporary.c_str(), to.path.c_str()) != 0) {
         const int error = errno;
         std::remove(temporary.c_str());
-        throw PrepError("cannot write " + path + ": " + Reason(error));
+        throw PrepError("cannot write " + given + ": " + Reason(error));
     }
 }
 
 } // namespace
 
 void WriteFileAtomically(const std::string& path, const std::function<bool(std::FILE*)>& write) {
+    const Destination to = Resolve(path);
     std::string temporary;
-    const int fd = MakeTemporary(path, temporary);
+    const int fd = MakeTemporary(path, to, temporary);
     std::FILE* file = fdopen(fd, "wb");
     if (file == nullptr) {
         const int error = errno;
@@ -63,13 +125,14 @@ void WriteFileAtomically(const std::string& path, const std::function<bool(std::
         throw PrepError("cannot write " + path + ": " +
                         (error != 0 ? Reason(error) : std::string("a write failed")));
     }
-    Commit(temporary, path);
+    Commit(temporary, path, to);
 }
 
 void ReplaceFileAtomically(const std::string& path,
                            const std::function<bool(const std::string&)>& write) {
+    const Destination to = Resolve(path);
     std::string temporary;
-    close(MakeTemporary(path, temporary));
+    close(MakeTemporary(path, to, temporary));
     bool ok = false;
     try {
         ok = write(temporary);
@@ -78,6 +141,9 @@ void ReplaceFileAtomically(const std::string& path,
         throw;
     }
     if (ok) {
+        // A writer that made the file anew (GDAL) gave it the umask's bits.
+        if (to.mode)
+            (void)chmod(temporary.c_str(), *to.mode);
         const int fd = open(temporary.c_str(), O_RDONLY);
         ok = fd >= 0 && fsync(fd) == 0;
         if (fd >= 0)
@@ -87,5 +153,5 @@ void ReplaceFileAtomically(const std::string& path,
         std::remove(temporary.c_str());
         throw PrepError("cannot write " + path + ": the file could not be written in full");
     }
-    Commit(temporary, path);
+    Commit(temporary, path, to);
 }

@@ -235,7 +235,7 @@ struct Placed {
 Placed PlaceGrid(const GridOptions& o, const Target& t, const Region* base) {
     Placed placed;
     if (o.origin) {
-        if (!o.size || (*o.size)[0] < 1 || (*o.size)[1] < 1)
+        if (!o.size)
             throw PrepError("--origin needs --size NX NY, both at least 1");
         placed.grid = {(*o.origin)[0], (*o.origin)[1], t.spacing, (*o.size)[0], (*o.size)[1]};
         if (!(t.spacing > 0) || !std::isfinite((*o.origin)[0]) || !std::isfinite((*o.origin)[1]))
@@ -265,6 +265,13 @@ Placed PlaceGrid(const GridOptions& o, const Target& t, const Region* base) {
     return placed;
 }
 
+// Source k (1-based) of `count`, as an option names it.
+std::size_t SourceIndex(const char* option, int k, std::size_t count) {
+    if (k < 1 || static_cast<std::size_t>(k) > count)
+        throw PrepError(StringPrintf("%s %d: there are %zu sources", option, k, count));
+    return static_cast<std::size_t>(k - 1);
+}
+
 std::vector<WarpSource> Sources(const GridOptions& o) {
     if (o.sources.empty())
         throw PrepError("give at least one elevation source");
@@ -275,15 +282,44 @@ std::vector<WarpSource> Sources(const GridOptions& o) {
         if (named && o.project.empty())
             throw PrepError(path + " looks like a project file: give --region N to build one of "
                                    "its regions");
-        sources.push_back({path, o.depthPositive});
+        WarpSource source;
+        source.path = path;
+        source.depthPositive = o.depthPositive;
+        source.srs = o.sourceSrs;
+        source.noData = o.sourceNoData;
+        source.zScale = o.zScale;
+        source.keepMarkers = o.keepMarkers;
+        sources.push_back(source);
     }
-    for (int k : o.depthPositiveSources) {
-        if (k < 1 || k > static_cast<int>(sources.size()))
-            throw PrepError(StringPrintf("--depth-positive-source %d: there are %zu sources", k,
-                                         sources.size()));
-        sources[static_cast<std::size_t>(k - 1)].depthPositive = true;
-    }
+    for (int k : o.depthPositiveSources)
+        sources[SourceIndex("--depth-positive-source", k, sources.size())].depthPositive = true;
+    for (const auto& [k, srs] : o.sourceSrsFor)
+        sources[SourceIndex("--srs-source", k, sources.size())].srs = srs;
+    for (const auto& [k, value] : o.sourceNoDataFor)
+        sources[SourceIndex("--nodata-source", k, sources.size())].noData = value;
+    for (const auto& [k, factor] : o.zScaleFor)
+        sources[SourceIndex("--z-scale-source", k, sources.size())].zScale = factor;
+    for (const WarpSource& source : sources)
+        if (source.zScale && (!std::isfinite(*source.zScale) || *source.zScale == 0))
+            throw PrepError(StringPrintf("--z-scale takes a finite factor other than 0, not %g",
+                                         *source.zScale));
     return sources;
+}
+
+// Longitude-latitude bounds given latitude first miss the sources that, swapped, they
+// would fall on; said before the message about uncovered cells would mislead.
+void RefuseSwappedLonLat(const char* option, const Bounds& b,
+                         const std::vector<WarpSource>& sources) {
+    const Bounds swapped = {b[1], b[0], b[3], b[2]};
+    const bool latitudesFit = std::fabs(b[1]) <= 90 && std::fabs(b[3]) <= 90;
+    const bool swappedFit = std::fabs(swapped[1]) <= 90 && std::fabs(swapped[3]) <= 90;
+    if (!swappedFit || (latitudesFit && SourcesMeet(sources, b)) || !SourcesMeet(sources, swapped))
+        return;
+    throw PrepError(StringPrintf("%s %.10g %.10g %.10g %.10g lie on no source, but "
+                                 "%.10g %.10g %.10g %.10g do: they look like latitude first; "
+                                 "give LONMIN LATMIN LONMAX LATMAX, longitude first",
+                                 option, b[0], b[1], b[2], b[3], swapped[0], swapped[1], swapped[2],
+                                 swapped[3]));
 }
 
 bool WriteFloatGeoTiff(const std::string& path, const Region& grid, int epsg) {
@@ -346,9 +382,12 @@ void PrintSummary(const Target& t, const Placed& placed, const Region& out,
     // As stored: every cell is written as a float.
     std::printf("  values       %.9g .. %.9g\n", double{static_cast<float>(out.valMin)},
                 double{static_cast<float>(out.valMax)});
-    for (const SourceShare& s : outcome.sources)
+    for (const SourceShare& s : outcome.sources) {
         std::printf("  source       %s (%s): %" PRId64 " cells, %s\n", s.path.c_str(),
                     s.resampling.c_str(), s.cells, Percent(s.cells, total).c_str());
+        for (const std::string& note : s.notes)
+            std::printf("               %s\n", note.c_str());
+    }
     if (filled > 0)
         std::printf("  filled       %" PRId64 " cells (%s) with %.10g\n", filled,
                     Percent(filled, total).c_str(), *o.fill);
@@ -366,8 +405,19 @@ int Grid(const GridOptions& o) {
         throw PrepError("unknown resampling method \"" + o.resampling +
                         "\" (near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
                         "max, min, med, q1, q3, sum)");
+    if (o.size && ((*o.size)[0] < 1 || (*o.size)[1] < 1))
+        throw PrepError(StringPrintf("--size %d %d: give NX NY, both at least 1", (*o.size)[0],
+                                     (*o.size)[1]));
+    if (o.size && !o.origin)
+        throw PrepError("--size goes with --origin X Y, which places grid point (0, 0)");
+    if (o.fill && !std::isfinite(*o.fill))
+        throw PrepError(StringPrintf("--fill takes a finite number of metres, not %g", *o.fill));
     const std::vector<WarpSource> sources = Sources(o);
     CheckSources(sources);
+    if (o.boundsLonLat)
+        RefuseSwappedLonLat("--bounds-lonlat", *o.boundsLonLat, sources);
+    else if (o.bounds && IsGeographic(t.epsg))
+        RefuseSwappedLonLat("--bounds", *o.bounds, sources);
 
     std::optional<Region> base;
     if (t.base) {
@@ -445,9 +495,19 @@ int Grid(const GridOptions& o) {
                 ++filled;
             }
     }
-    const double* v = out.grid.Data();
-    out.valMin = total > 0 ? *std::min_element(v, v + total) : 0;
-    out.valMax = total > 0 ? *std::max_element(v, v + total) : 0;
+    out.valMin = outcome.uncovered == total ? *o.fill : outcome.valMin;
+    out.valMax = outcome.uncovered == total ? *o.fill : outcome.valMax;
+    if (filled > 0 && outcome.uncovered < total) {
+        out.valMin = std::min(out.valMin, *o.fill);
+        out.valMax = std::max(out.valMax, *o.fill);
+    }
+    // Checked as stored: a binary or text grid holds each value as a float.
+    if (static_cast<float>(out.valMin) == static_cast<float>(out.valMax) &&
+        !(filled > 0 && out.valMin == *o.fill))
+        throw PrepError(StringPrintf("every one of the %" PRId64 " cells would hold %.9g: the "
+                                     "sources are flat there, which is no topography to compute "
+                                     "on; check the bounds and the sources",
+                                     total, double{static_cast<float>(out.valMin)}));
 
     const bool binary = IsBinaryGridPath(t.output);
     WriteFileAtomically(t.output, [&](std::FILE* file) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // `seaforge-prep grid`: one region's topography grid from elevation rasters.
@@ -27,6 +28,15 @@ struct GridOptions {
     std::vector<std::string> sources; // later ones win where they hold valid data
     bool depthPositive = false;       // every source holds depths, positive down
     std::vector<int> depthPositiveSources; // 1-based positions in `sources`
+    // What the user says about the sources, over what the files say: for every source, and
+    // for source N (1-based), which wins over the former.
+    std::string sourceSrs; // an EPSG code or anything GDAL reads; empty: each its own
+    std::vector<std::pair<int, std::string>> sourceSrsFor;
+    std::optional<double> sourceNoData; // NaN allowed
+    std::vector<std::pair<int, double>> sourceNoDataFor;
+    std::optional<double> zScale; // metres per unit; none: from each source's unit
+    std::vector<std::pair<int, double>> zScaleFor;
+    bool keepMarkers = false; // -9999 and the like in untagged sources are real values
     std::string resampling;               // empty: averaging or bilinear, per source
     std::optional<double> fill;           // value of cells no source covers
     std::string geotiff;                  // also write this float GeoTIFF

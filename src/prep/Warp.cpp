@@ -6,12 +6,15 @@
 #include <cpl_conv.h>
 #include <cpl_error.h>
 #include <cpl_string.h>
+#include <cpl_vsi.h>
 #include <gdal_alg.h>
 #include <gdal_priv.h>
 #include <gdalwarper.h>
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cinttypes>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -47,22 +50,159 @@ std::string LastGdalError() {
     return text != nullptr && *text != '\0' ? std::string(" (") + text + ")" : std::string();
 }
 
-GDALDatasetUniquePtr OpenSource(const std::string& path) {
+// Values that stand for "no data" in files that do not say so: averaged or interpolated
+// into their neighbours they would make real cells kilometres deep.
+[[nodiscard]] bool IsMarker(double v) {
+    return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20;
+}
+
+// Metres per unit of the units that modellers' sources come in besides metres.
+struct UnitFactor {
+    const char* name; // lower case
+    const char* words;
+    double metres;
+};
+constexpr double kUsSurveyFoot = 1200.0 / 3937.0;
+constexpr UnitFactor kUnits[] = {
+    {"ft", "feet", 0.3048},
+    {"foot", "feet", 0.3048},
+    {"feet", "feet", 0.3048},
+    {"international foot", "feet", 0.3048},
+    {"international feet", "feet", 0.3048},
+    {"us survey foot", "US survey feet", kUsSurveyFoot},
+    {"us survey feet", "US survey feet", kUsSurveyFoot},
+    {"us_survey_foot", "US survey feet", kUsSurveyFoot},
+    {"ftus", "US survey feet", kUsSurveyFoot},
+    {"us-ft", "US survey feet", kUsSurveyFoot},
+    {"us_ft", "US survey feet", kUsSurveyFoot},
+    {"survey foot", "US survey feet", kUsSurveyFoot},
+    {"foot_us", "US survey feet", kUsSurveyFoot},
+};
+
+std::string Lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// A source opened with what the user said about it laid over what it says itself.
+struct OpenedSource {
+    GDALDatasetUniquePtr ds;
+    OGRSpatialReference srs; // its system, traditional axis order
+    std::string givenSrsWkt; // the system the user gave, for the transformer; else empty
+    bool hasNoData = false;  // a nodata value is known (its tag, or given)
+    double noData = 0;
+    double factor = 1; // elevation in metres per value: unit and sign
+    std::vector<std::string> notes;
+};
+
+// A classic netCDF stores its values uncompressed after the header, so a file shorter
+// than them was cut short; the netCDF library reads the missing part as zeros.
+void RefuseCutNetCdf(GDALDataset& ds, const std::string& path) {
+    if (!EQUAL(ds.GetDriverName(), "netCDF"))
+        return;
+    CPLStringList files(ds.GetFileList());
+    if (files.size() < 1)
+        return;
+    unsigned char magic[4] = {};
+    VSILFILE* file = VSIFOpenL(files[0], "rb");
+    if (file == nullptr)
+        return;
+    const std::size_t got = VSIFReadL(magic, 1, 4, file);
+    (void)VSIFCloseL(file); // opened only to read
+    VSIStatBufL info;
+    if (got != 4 || magic[0] != 'C' || magic[1] != 'D' || magic[2] != 'F' ||
+        (magic[3] != 1 && magic[3] != 2 && magic[3] != 5) || VSIStatL(files[0], &info) != 0)
+        return;
+    GDALRasterBand* band = ds.GetRasterBand(1);
+    const double needed = static_cast<double>(ds.GetRasterXSize()) * ds.GetRasterYSize() *
+                          GDALGetDataTypeSizeBytes(band->GetRasterDataType());
+    if (static_cast<double>(info.st_size) < needed)
+        throw PrepError(StringPrintf("%s: the file is cut short: it holds %.0f bytes, fewer than "
+                                     "the %.0f its %d x %d values need; copy or download it again",
+                                     path.c_str(), static_cast<double>(info.st_size), needed,
+                                     ds.GetRasterXSize(), ds.GetRasterYSize()));
+}
+
+// Depths or elevations, and in which unit: what the user said, else what the file says.
+void ReadValueMeaning(OpenedSource& s, const WarpSource& source) {
+    GDALRasterBand* band = s.ds->GetRasterBand(1);
+    // netCDF gives a variable's attributes as band metadata (CF: positive = "up" or "down").
+    const char* positive = band->GetMetadataItem("positive");
+    const char* variable = band->GetMetadataItem("NETCDF_VARNAME");
+    if (positive == nullptr && variable != nullptr)
+        positive = s.ds->GetMetadataItem((std::string(variable) + "#positive").c_str());
+    bool depths = source.depthPositive;
+    if (positive != nullptr && EQUAL(positive, "down") && !depths) {
+        depths = true;
+        s.notes.push_back("depths, positive down as its positive = \"down\" says: turned into "
+                          "elevations");
+    } else if (positive != nullptr && EQUAL(positive, "up") && depths) {
+        s.notes.push_back("taken as depths as --depth-positive says, although its positive = "
+                          "\"up\"");
+    }
+    double scale = 1;
+    if (source.zScale) {
+        scale = *source.zScale;
+        if (scale != 1)
+            s.notes.push_back(StringPrintf("values scaled by %.10g (--z-scale)", scale));
+    } else {
+        const std::string unit = band->GetUnitType() != nullptr ? band->GetUnitType() : "";
+        const std::string lower = Lower(unit);
+        for (const UnitFactor& u : kUnits)
+            if (lower == u.name) {
+                scale = u.metres;
+                s.notes.push_back(StringPrintf("in %s (its unit \"%s\"): scaled by %.10g to "
+                                               "metres",
+                                               u.words, unit.c_str(), u.metres));
+                break;
+            }
+    }
+    s.factor = depths ? -scale : scale;
+}
+
+OpenedSource OpenSource(const WarpSource& source) {
+    const std::string& path = source.path;
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
-    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    if (!ds)
+    OpenedSource s;
+    s.ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    if (!s.ds)
         throw PrepError(path + ": GDAL cannot open it as a raster" + LastGdalError());
-    if (ds->GetRasterCount() < 1)
+    if (s.ds->GetRasterCount() < 1)
         throw PrepError(path + ": holds no raster band");
     double transform[6];
-    if (ds->GetGeoTransform(transform) != CE_None)
+    if (s.ds->GetGeoTransform(transform) != CE_None)
         throw PrepError(path + ": has no georeference (no geotransform); give it one, "
                                "for example with gdal_translate -a_ullr");
-    if (ds->GetSpatialRef() == nullptr || ds->GetSpatialRef()->IsEmpty())
-        throw PrepError(path + ": has no coordinate system; give it one, for example with "
-                               "gdal_translate -a_srs EPSG:4326 " + path + " with-system.tif");
-    return ds;
+    if (!source.srs.empty()) {
+        // A bare number is an EPSG code, as the region's own EPSG element is.
+        const bool code = source.srs.find_first_not_of("0123456789") == std::string::npos;
+        const std::string definition = code ? "EPSG:" + source.srs : source.srs;
+        char* wkt = nullptr;
+        if (s.srs.SetFromUserInput(definition.c_str()) != OGRERR_NONE ||
+            s.srs.exportToWkt(&wkt) != OGRERR_NONE) {
+            CPLFree(wkt);
+            throw PrepError(path + ": its coordinate system \"" + source.srs +
+                            "\" (--source-srs) is not one GDAL knows");
+        }
+        s.givenSrsWkt = wkt;
+        CPLFree(wkt);
+    } else if (s.ds->GetSpatialRef() == nullptr || s.ds->GetSpatialRef()->IsEmpty()) {
+        throw PrepError(path + ": has no coordinate system; say which it is with --source-srs "
+                               "CODE (for example --source-srs 4326 for longitude and latitude "
+                               "in degrees)");
+    } else {
+        s.srs = *s.ds->GetSpatialRef();
+    }
+    s.srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    RefuseCutNetCdf(*s.ds, path);
+    int tagged = FALSE;
+    const double tag = s.ds->GetRasterBand(1)->GetNoDataValue(&tagged);
+    s.hasNoData = source.noData.has_value() || tagged;
+    s.noData = source.noData ? *source.noData : tag;
+    ReadValueMeaning(s, source);
+    return s;
 }
 
 OGRSpatialReference TargetSystem(int epsg) {
@@ -81,17 +221,15 @@ using TransformPtr = std::unique_ptr<OGRCoordinateTransformation, TransformDelet
 
 // The source's pixel size in the grid's units, measured at the grid's centre; 0 when the
 // centre does not carry over (the source does not reach it, or the systems do not meet).
-double SourceSpacingAtCentre(GDALDataset& src, const OGRSpatialReference& target,
+double SourceSpacingAtCentre(const OpenedSource& src, const OGRSpatialReference& target,
                              const GridGeometry& grid) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
-    OGRSpatialReference source(*src.GetSpatialRef());
-    source.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    TransformPtr toSource(OGRCreateCoordinateTransformation(&target, &source));
-    TransformPtr toTarget(OGRCreateCoordinateTransformation(&source, &target));
+    TransformPtr toSource(OGRCreateCoordinateTransformation(&target, &src.srs));
+    TransformPtr toTarget(OGRCreateCoordinateTransformation(&src.srs, &target));
     if (!toSource || !toTarget)
         return 0;
     double transform[6];
-    src.GetGeoTransform(transform);
+    src.ds->GetGeoTransform(transform);
     double x = grid.orgX + 0.5 * (grid.nx - 1) * grid.spacing;
     double y = grid.orgY + 0.5 * (grid.ny - 1) * grid.spacing;
     if (!toSource->Transform(1, &x, &y))
@@ -116,15 +254,53 @@ struct ScaledProgressDeleter {
     void operator()(void* p) const { GDALDestroyScaledProgress(p); }
 };
 
+// The source's pixels and lines to the grid's, with the system the user gave in place of
+// the file's own; throws when the systems do not meet.
+void* ExactTransformer(const OpenedSource& src, GDALDataset& dst, int epsg,
+                       const std::string& path) {
+    CPLStringList options;
+    if (!src.givenSrsWkt.empty())
+        options.SetNameValue("SRC_SRS", src.givenSrsWkt.c_str());
+    void* exact = GDALCreateGenImgProjTransformer2(GDALDataset::ToHandle(src.ds.get()),
+                                                   GDALDataset::ToHandle(&dst), options.List());
+    if (exact == nullptr)
+        throw PrepError(path + ": its coordinate system cannot be carried to EPSG " +
+                        std::to_string(epsg) + LastGdalError());
+    return exact;
+}
+
+// A nodata marker met in the source pixels a warp reads.
+struct MarkerSeen {
+    bool seen = false;
+    double value = 0;
+};
+
+// Looks at each chunk of source pixels the warper has read, before it resamples them, so
+// markers are caught in what the grid takes without reading the source a second time.
+CPLErr StopAtMarker(void* kernel, void* arg) {
+    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
+    auto* seen = static_cast<MarkerSeen*>(arg);
+    const auto* v = reinterpret_cast<const double*>(k->papabySrcImage[0]);
+    const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
+    for (std::size_t c = 0; c < n; ++c)
+        if (IsMarker(v[c])) {
+            *seen = {true, v[c]};
+            return CE_Failure;
+        }
+    return CE_None;
+}
+
 // Warps band 1 of `src` into lines firstLine .. firstLine + lines - 1 of `dst`, which are
-// set to NaN first; cells the source holds no valid data for stay NaN.
-void WarpInto(GDALDataset& src, GDALDataset& dst, GDALResampleAlg algorithm,
-              const WarpSettings& settings, int firstLine, int lines, double progressFrom,
-              double progressTo, const std::string& path) {
+// set to NaN first; cells the source holds no valid data for stay NaN. A source without
+// nodata stops at the first marker it holds where the grid reads it, unless it keeps them.
+void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
+              GDALDataset& dst, GDALResampleAlg algorithm, const WarpSettings& settings,
+              int firstLine, int lines, double progressFrom, double progressTo) {
+    const std::string& path = source.path;
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
     std::unique_ptr<GDALWarpOptions, WarpOptionsDeleter> options(GDALCreateWarpOptions());
-    options->hSrcDS = GDALDataset::ToHandle(&src);
+    options->hSrcDS = GDALDataset::ToHandle(src.ds.get());
     options->hDstDS = GDALDataset::ToHandle(&dst);
     options->nBandCount = 1;
     options->panSrcBands = static_cast<int*>(CPLMalloc(sizeof(int)));
@@ -134,14 +310,13 @@ void WarpInto(GDALDataset& src, GDALDataset& dst, GDALResampleAlg algorithm,
     options->eResampleAlg = algorithm;
     options->dfWarpMemoryLimit = settings.memoryLimitBytes;
 
-    GDALRasterBand* band = src.GetRasterBand(1);
-    int hasNoData = FALSE;
-    const double noData = band->GetNoDataValue(&hasNoData);
+    GDALRasterBand* band = src.ds->GetRasterBand(1);
     const bool floating = GDALDataTypeIsFloating(band->GetRasterDataType());
-    if (hasNoData || (floating && band->GetMaskFlags() == GMF_ALL_VALID)) {
+    if (src.hasNoData || (floating && band->GetMaskFlags() == GMF_ALL_VALID)) {
         // A float source without nodata may still hold NaN where it knows nothing.
         options->padfSrcNoDataReal = static_cast<double*>(CPLMalloc(sizeof(double)));
-        options->padfSrcNoDataReal[0] = hasNoData ? noData : std::numeric_limits<double>::quiet_NaN();
+        options->padfSrcNoDataReal[0] =
+            src.hasNoData ? src.noData : std::numeric_limits<double>::quiet_NaN();
     }
     options->padfDstNoDataReal = static_cast<double*>(CPLMalloc(sizeof(double)));
     options->padfDstNoDataReal[0] = std::numeric_limits<double>::quiet_NaN();
@@ -149,16 +324,20 @@ void WarpInto(GDALDataset& src, GDALDataset& dst, GDALResampleAlg algorithm,
 
     // As gdalwarp does: the exact transformation sampled along each row, within an
     // eighth of a cell.
-    void* exact = GDALCreateGenImgProjTransformer2(options->hSrcDS, options->hDstDS, nullptr);
-    if (exact == nullptr)
-        throw PrepError(path + ": its coordinate system cannot be carried to EPSG " +
-                        std::to_string(settings.epsg) + LastGdalError());
+    void* exact = ExactTransformer(src, dst, settings.epsg, path);
     std::unique_ptr<void, TransformerDeleter> approx(
         GDALCreateApproxTransformer(GDALGenImgProjTransform, exact, 0.125));
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    GDALWarpResolveWorkingDataType(options.get());
+    // The grid's own type, which the warper would choose anyway: the marker scan reads
+    // the source chunks as doubles.
+    options->eWorkingDataType = GDT_Float64;
+    MarkerSeen marker;
+    if (!src.hasNoData && !source.keepMarkers) {
+        options->pfnPreWarpChunkProcessor = StopAtMarker;
+        options->pPreWarpProcessorArg = &marker;
+    }
 
     std::unique_ptr<void, ScaledProgressDeleter> progress;
     if (settings.progress != nullptr) {
@@ -169,9 +348,51 @@ void WarpInto(GDALDataset& src, GDALDataset& dst, GDALResampleAlg algorithm,
     }
 
     GDALWarpOperation operation;
-    if (operation.Initialize(options.get()) != CE_None ||
-        operation.ChunkAndWarpImage(0, firstLine, dst.GetRasterXSize(), lines) != CE_None)
+    const bool warped =
+        operation.Initialize(options.get()) == CE_None &&
+        operation.ChunkAndWarpImage(0, firstLine, dst.GetRasterXSize(), lines) == CE_None;
+    if (marker.seen)
+        throw PrepError(StringPrintf(
+            "%s: holds %.9g where the grid reads it, which marks missing data in many files, "
+            "but the source has no nodata tag, so it would be resampled into real cells; name "
+            "the marker with --source-nodata %.9g (or --nodata-source %d %.9g), or take such "
+            "values as real with --keep-markers",
+            path.c_str(), marker.value, marker.value, position, marker.value));
+    if (!warped)
         throw PrepError(path + ": the warp failed" + LastGdalError());
+}
+
+// Whether every valid value of the whole source is one number, `value`, read a few lines
+// at a time until a second number shows. A failed read ends in PrepError with GDAL's
+// reason: a damaged file must not pass for one of zeros.
+bool HoldsOneNumber(const OpenedSource& src, const std::string& path, double& value) {
+    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+    CPLErrorReset();
+    GDALRasterBand* band = src.ds->GetRasterBand(1);
+    const int width = src.ds->GetRasterXSize();
+    const int height = src.ds->GetRasterYSize();
+    const int step = static_cast<int>(std::clamp<std::size_t>(
+        kBandBytes / (static_cast<std::size_t>(width) * sizeof(double)), 1,
+        static_cast<std::size_t>(height)));
+    std::vector<double> lines;
+    bool seen = false;
+    for (int y = 0; y < height; y += step) {
+        const int count = std::min(step, height - y);
+        lines.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(count));
+        if (band->RasterIO(GF_Read, 0, y, width, count, lines.data(), width, count,
+                           GDT_Float64, 0, 0, nullptr) != CE_None)
+            throw PrepError(path + ": GDAL cannot read its values; the file may be damaged or "
+                                   "cut short" + LastGdalError());
+        for (double v : lines) {
+            if (std::isnan(v) || (src.hasNoData && v == src.noData))
+                continue;
+            if (seen && v != value)
+                return false;
+            value = v;
+            seen = true;
+        }
+    }
+    return seen;
 }
 
 // A dataset over `cells` itself: line j is grid row j, from the south, so the warp writes
@@ -195,6 +416,16 @@ GDALDatasetUniquePtr DatasetOver(Grid2d<double>& cells, const GridGeometry& grid
     return ds;
 }
 
+// The lowest and highest value a source gave the grid.
+struct Span {
+    double low = std::numeric_limits<double>::infinity();
+    double high = -std::numeric_limits<double>::infinity();
+    void Add(double v) {
+        low = std::min(low, v);
+        high = std::max(high, v);
+    }
+};
+
 } // namespace
 
 bool IsResamplingName(const std::string& name) {
@@ -205,25 +436,74 @@ bool IsResamplingName(const std::string& name) {
 void CheckSources(const std::vector<WarpSource>& sources) {
     GDALAllRegister();
     for (const WarpSource& source : sources)
-        (void)OpenSource(source.path); // closed again: only the checks matter here
+        (void)OpenSource(source); // closed again: only the checks matter here
+}
+
+bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat) {
+    GDALAllRegister();
+    OGRSpatialReference wgs84;
+    {
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        wgs84.importFromEPSG(4326);
+    }
+    wgs84.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    for (const WarpSource& source : sources) {
+        OpenedSource src;
+        try {
+            src = OpenSource(source);
+        } catch (const PrepError&) {
+            continue; // reported where the source is warped
+        }
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        TransformPtr toLonLat(OGRCreateCoordinateTransformation(&src.srs, &wgs84));
+        if (!toLonLat)
+            continue;
+        double t[6];
+        src.ds->GetGeoTransform(t);
+        constexpr int kSteps = 16;
+        std::vector<double> xs;
+        std::vector<double> ys;
+        for (int a = 0; a <= kSteps; ++a)
+            for (int b = 0; b <= kSteps; ++b) {
+                const double p = src.ds->GetRasterXSize() * static_cast<double>(a) / kSteps;
+                const double l = src.ds->GetRasterYSize() * static_cast<double>(b) / kSteps;
+                xs.push_back(t[0] + p * t[1] + l * t[2]);
+                ys.push_back(t[3] + p * t[4] + l * t[5]);
+            }
+        std::vector<int> ok(xs.size());
+        toLonLat->Transform(xs.size(), xs.data(), ys.data(), nullptr, ok.data());
+        Bounds extent = {std::numeric_limits<double>::infinity(),
+                         std::numeric_limits<double>::infinity(),
+                         -std::numeric_limits<double>::infinity(),
+                         -std::numeric_limits<double>::infinity()};
+        for (std::size_t k = 0; k < xs.size(); ++k)
+            if (ok[k] && std::isfinite(xs[k]) && std::isfinite(ys[k]))
+                extent = {std::min(extent[0], xs[k]), std::min(extent[1], ys[k]),
+                          std::max(extent[2], xs[k]), std::max(extent[3], ys[k])};
+        if (lonLat[0] < extent[2] && lonLat[2] > extent[0] && lonLat[1] < extent[3] &&
+            lonLat[3] > extent[1])
+            return true;
+    }
+    return false;
 }
 
 WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>& sources,
                         const WarpSettings& settings, Grid2d<double>& cells) {
     GDALAllRegister();
     const OGRSpatialReference srs = TargetSystem(settings.epsg);
-    std::vector<GDALDatasetUniquePtr> opened;
+    std::vector<OpenedSource> opened;
     for (const WarpSource& source : sources)
-        opened.push_back(OpenSource(source.path));
+        opened.push_back(OpenSource(source));
 
     WarpOutcome outcome;
     for (std::size_t k = 0; k < sources.size(); ++k) {
         SourceShare share;
         share.path = sources[k].path;
+        share.notes = opened[k].notes;
         if (!settings.resampling.empty()) {
             share.resampling = settings.resampling;
         } else {
-            const double sourceSpacing = SourceSpacingAtCentre(*opened[k], srs, grid);
+            const double sourceSpacing = SourceSpacingAtCentre(opened[k], srs, grid);
             share.resampling = sourceSpacing > 0 && grid.spacing > sourceSpacing ? "average"
                                                                                  : "bilinear";
         }
@@ -232,10 +512,12 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
 
     cells.Assign(grid.nx, grid.ny, std::numeric_limits<double>::quiet_NaN());
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
+
     const std::size_t nx = static_cast<std::size_t>(grid.nx);
     const int bandRows = static_cast<int>(
         std::clamp<std::size_t>(kBandBytes / (nx * sizeof(double)), 1, static_cast<std::size_t>(grid.ny)));
     std::vector<double> saved;
+    std::vector<Span> spans(sources.size());
     const double perSource = 1.0 / static_cast<double>(sources.size());
 
     // Last source first: it wins wherever it holds data, each earlier one fills what is
@@ -243,17 +525,19 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
     for (std::size_t done = 0; done < sources.size(); ++done) {
         const std::size_t k = sources.size() - 1 - done;
         const GDALResampleAlg algorithm = AlgorithmNamed(outcome.sources[k].resampling);
-        const double sign = sources[k].depthPositive ? -1.0 : 1.0;
+        const double factor = opened[k].factor;
         std::int64_t& count = outcome.sources[k].cells;
+        Span& span = spans[k];
         const double progressFrom = static_cast<double>(done) * perSource;
 
         if (done == 0) {
-            WarpInto(*opened[k], *target, algorithm, settings, 0, grid.ny, progressFrom,
-                     progressFrom + perSource, sources[k].path);
+            WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
+                     settings, 0, grid.ny, progressFrom, progressFrom + perSource);
             double* v = cells.Data();
             for (std::size_t c = 0, n = nx * static_cast<std::size_t>(grid.ny); c < n; ++c)
                 if (!std::isnan(v[c])) {
-                    v[c] *= sign;
+                    span.Add(v[c]);
+                    v[c] *= factor;
                     ++count;
                 }
             continue;
@@ -267,13 +551,14 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
             saved.assign(band, band + n);
             const double share = perSource * rows / grid.ny;
             const double bandFrom = progressFrom + perSource * first / grid.ny;
-            WarpInto(*opened[k], *target, algorithm, settings, first, rows, bandFrom,
-                     bandFrom + share, sources[k].path);
+            WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
+                     settings, first, rows, bandFrom, bandFrom + share);
             for (std::size_t c = 0; c < n; ++c) {
                 if (!std::isnan(saved[c])) {
                     band[c] = saved[c];
                 } else if (!std::isnan(band[c])) {
-                    band[c] *= sign;
+                    span.Add(band[c]);
+                    band[c] *= factor;
                     ++count;
                 }
             }
@@ -282,12 +567,29 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
     if (settings.progress != nullptr)
         settings.progress(1.0, "", settings.progressArg);
 
+    // A source that gave the grid one value (within the rounding of resampling weights)
+    // may hold only that number: an empty export, or a damaged file read as zeros.
+    for (std::size_t k = 0; k < sources.size(); ++k) {
+        const Span& span = spans[k];
+        double value = 0;
+        if (outcome.sources[k].cells > 0 &&
+            span.high - span.low <= 1e-9 * std::max(1.0, std::fabs(span.high)) &&
+            HoldsOneNumber(opened[k], sources[k].path, value))
+            throw PrepError(StringPrintf("%s: every value it holds is %.10g; a source of one "
+                                         "number is no topography (an empty export, or a file "
+                                         "read wrongly); leave it out or export it again",
+                                         sources[k].path.c_str(), value));
+    }
+
     bool first = true;
+    Span values;
     for (int j = 0; j < grid.ny; ++j) {
         const double* row = cells.Data() + static_cast<std::size_t>(j) * nx;
         for (int i = 0; i < grid.nx; ++i) {
-            if (std::isfinite(row[i]))
+            if (std::isfinite(row[i])) {
+                values.Add(row[i]);
                 continue;
+            }
             ++outcome.uncovered;
             if (first) {
                 outcome.uncoveredMinI = outcome.uncoveredMaxI = i;
@@ -299,5 +601,8 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
             outcome.uncoveredMaxJ = j;
         }
     }
+    const bool covered = values.low <= values.high;
+    outcome.valMin = covered ? values.low : std::numeric_limits<double>::quiet_NaN();
+    outcome.valMax = covered ? values.high : std::numeric_limits<double>::quiet_NaN();
     return outcome;
 }

@@ -6,6 +6,7 @@
 #include <gdal.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,15 @@
 // GDAL's warper, in its own coordinate system and with its own nodata, later sources
 // winning where they hold valid data.
 
+// A source and what the user says about it; what is not said is read from the file.
 struct WarpSource {
     std::string path;           // anything GDAL opens as a raster (band 1 is read)
     bool depthPositive = false; // values are depths, positive down: negated after the warp
+    std::string srs;            // its coordinate system (an EPSG code or anything GDAL
+                                // reads), over its own; empty: its own
+    std::optional<double> noData; // its nodata value (NaN allowed), over its own tag
+    std::optional<double> zScale; // metres per unit of its values, over its unit's
+    bool keepMarkers = false;   // values like -9999 in an untagged source are real values
 };
 
 struct WarpSettings {
@@ -30,6 +37,9 @@ struct SourceShare {
     std::string path;
     std::string resampling; // the method used
     std::int64_t cells = 0; // cells whose value came from this source
+    // How its values were turned into elevations in metres, when not taken as they are
+    // (depths its positive = "down" names, feet, --z-scale), one phrase each.
+    std::vector<std::string> notes;
 };
 
 struct WarpOutcome {
@@ -40,21 +50,32 @@ struct WarpOutcome {
     std::int32_t uncoveredMinJ = 0;
     std::int32_t uncoveredMaxI = 0;
     std::int32_t uncoveredMaxJ = 0;
+    // The lowest and highest value of the covered cells; NaN when none is covered.
+    double valMin = 0;
+    double valMax = 0;
 };
 
 // Whether `name` is a resampling method of gdalwarp this command accepts.
 [[nodiscard]] bool IsResamplingName(const std::string& name);
 
 // Opens every source and checks that it can be warped (a raster with a georeference and a
-// coordinate system), so a bad source is reported before minutes of work on the others.
+// coordinate system, a netCDF not cut short, a coordinate system given with --source-srs
+// that GDAL knows), so a bad source is reported before minutes of work on the others.
 // Throws PrepError naming the file.
 void CheckSources(const std::vector<WarpSource>& sources);
+
+// Whether some source's extent meets the longitude-latitude box (degrees, west south east
+// north); sources whose extent cannot be carried to longitude and latitude meet nothing.
+[[nodiscard]] bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat);
 
 // Fills `cells` (grid.nx × grid.ny, cells(i, j) at grid point (i, j), j = 0 at the south)
 // from the sources. Automatic resampling averages where the grid is coarser than a source
 // and interpolates bilinearly where it is finer. Cells no source covers hold NaN.
-// Memory beyond `cells`: the warper's buffers, GDAL's block cache and at most 32 MB of
-// rows. Throws PrepError.
+// Refused with PrepError: a source without a nodata tag that holds a nodata marker (-9999,
+// -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
+// markers; a source GDAL cannot read there (with GDAL's reason); a source whose values are
+// all one number. Memory beyond `cells`: the warper's buffers, GDAL's block cache and at
+// most 32 MB of rows or source lines.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
                                       const WarpSettings& settings, Grid2d<double>& cells);

@@ -8,7 +8,11 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -30,6 +34,22 @@ Bounds are the cell-edge extent to cover (xmin ymin xmax ymax), rounded outward 
 cells. Later sources win where they hold valid data; cells no source covers are an error
 unless --fill gives them a value. Resampling averages where the grid is coarser than a
 source and is bilinear where it is finer, unless --resampling says otherwise.
+
+Values are read as elevations in metres, positive up. A netCDF variable whose positive
+attribute is "down" holds depths and becomes elevations, as --depth-positive makes them;
+a band in feet or US survey feet is scaled to metres; the summary says so under the
+source, and --z-scale gives the factor instead. --source-srs and --source-nodata say what
+a file leaves out or gets wrong, as gdalwarp's -s_srs and -srcnodata do; --srs-source,
+--nodata-source and --z-scale-source say it for source N alone (1 = the first).
+
+Refused with the fix in one line: a source without a nodata tag that holds -9999, -32768,
+-32767 or 1e20 and beyond where the grid reads it (name the marker with --source-nodata,
+or take such values as real with --keep-markers); a source GDAL cannot read whole (a
+file cut short); a source of one number, and a grid of one value unless --fill made it;
+a --fill that is not a finite number; bounds in degrees that look like latitude first.
+An output that is a symbolic link is written through to its file, whose permission bits
+are kept; one that exists but is not a regular file (a directory, device, FIFO) is
+refused.
 
 Examples:
   seaforge-prep grid Project.xml --region 1 --bounds 141.4 38.7 142.2 39.5 gebco.nc
@@ -86,6 +106,7 @@ Examples:
 int main(int argc, char** argv) {
     CLI::App app{kDescription, "seaforge-prep"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "seaforge-prep " SEAFORGE_VERSION);
     app.footer("Run 'seaforge-prep COMMAND --help' for a command's options.");
 
     GridOptions grid;
@@ -95,6 +116,11 @@ int main(int argc, char** argv) {
     std::vector<double> origin;
     std::vector<int> size;
     double fill = 0;
+    // N and a number each; the number read here, where a mistyped one can be named.
+    std::vector<std::pair<int, std::string>> noDataFor;
+    std::vector<std::pair<int, std::string>> zScaleFor;
+    double sourceNoData = 0;
+    double zScale = 0;
     CLI::App* gridCommand =
         app.add_subcommand("grid", "Make a region's topography grid from elevation rasters.");
     gridCommand->footer(kGridFooter);
@@ -123,11 +149,30 @@ int main(int argc, char** argv) {
                           "Every source holds depths, positive down");
     gridCommand->add_option("--depth-positive-source", grid.depthPositiveSources,
                             "N: source N (1 = the first) holds depths, positive down; repeatable");
+    gridCommand->add_option("--source-srs", grid.sourceSrs,
+                            "CODE: every source is in this coordinate system (an EPSG code, or "
+                            "anything GDAL reads), whatever its file says");
+    gridCommand->add_option("--srs-source", grid.sourceSrsFor,
+                            "N CODE: the same for source N (1 = the first); repeatable")
+        ->allow_extra_args(false);
+    auto* noDataOption = gridCommand->add_option(
+        "--source-nodata", sourceNoData, "VALUE: every source's nodata value (nan allowed)");
+    gridCommand->add_option("--nodata-source", noDataFor,
+                            "N VALUE: the same for source N; repeatable")
+        ->allow_extra_args(false);
+    auto* zScaleOption = gridCommand->add_option(
+        "--z-scale", zScale, "FACTOR: metres per unit of every source's values, over its unit");
+    gridCommand->add_option("--z-scale-source", zScaleFor,
+                            "N FACTOR: the same for source N; repeatable")
+        ->allow_extra_args(false);
+    gridCommand->add_flag("--keep-markers", grid.keepMarkers,
+                          "Take -9999, -32768, -32767 and 1e20 or beyond in sources without a "
+                          "nodata tag as real values");
     gridCommand->add_option("--resampling", grid.resampling,
                             "near, bilinear, cubic, cubicspline, lanczos, average, rms, mode, "
                             "max, min, med, q1, q3 or sum, for every source");
     auto* fillOption =
-        gridCommand->add_option("--fill", fill, "VALUE for cells no source covers");
+        gridCommand->add_option("--fill", fill, "VALUE (a finite number) for cells no source covers");
     gridCommand->add_option("--geotiff", grid.geotiff,
                             "FILE: also write the grid as a float GeoTIFF");
     gridCommand->add_flag("-q,--quiet", grid.quiet, "No progress line and no summary");
@@ -193,6 +238,24 @@ int main(int argc, char** argv) {
             grid.size = std::array<int, 2>{size[0], size[1]};
         if (fillOption->count() > 0)
             grid.fill = fill;
+        if (noDataOption->count() > 0)
+            grid.sourceNoData = sourceNoData;
+        if (zScaleOption->count() > 0)
+            grid.zScale = zScale;
+        for (const auto& [option, given, into] :
+             {std::tuple{"--nodata-source", &noDataFor, &grid.sourceNoDataFor},
+              std::tuple{"--z-scale-source", &zScaleFor, &grid.zScaleFor}})
+            for (const auto& [n, text] : *given) {
+                char* end = nullptr;
+                const double value = std::strtod(text.c_str(), &end);
+                if (text.empty() || *end != '\0') {
+                    std::fprintf(stderr, "seaforge-prep: %s %d %s: give the source's number "
+                                         "(1 = the first) and a number\n",
+                                 option, n, text.c_str());
+                    return 1;
+                }
+                into->emplace_back(n, value);
+            }
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }

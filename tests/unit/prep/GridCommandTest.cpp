@@ -7,7 +7,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <limits>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -55,6 +59,33 @@ GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bou
         o.sources.push_back((dir / s).string());
     return o;
 }
+
+// 40 x 40 pixels of 0.025 degrees from 139.4875 E, 35.5125 N.
+RasterLayout OffCentre(const char* driver = "GTiff") {
+    RasterLayout layout;
+    layout.driver = driver;
+    layout.nx = 40;
+    layout.ny = 40;
+    layout.transform = {139.4875, 0.025, 0, 35.5125, 0, -0.025};
+    return layout;
+}
+
+// A 0.1 degree grid over 139.5 .. 140 E, 34.5 .. 35.5 N, nearest neighbour: the centre of
+// cell (i, j) lies in the middle of pixel (4 i + 2, 38 - 4 j), whose value it takes.
+GridOptions NearestWest(const TempDir& dir, std::vector<std::string> sources) {
+    GridOptions o;
+    o.epsg = 4326;
+    o.spacing = 0.1;
+    o.bounds = Bounds{139.5, 34.5, 140.0, 35.5};
+    o.output = (dir.path() / "out.txt").string();
+    o.resampling = "near";
+    for (const std::string& s : sources)
+        o.sources.push_back((dir.path() / s).string());
+    return o;
+}
+
+// 100 in the column of cell (2, j).
+double Hundred(int c, int) { return 90.0 + c; }
 
 } // namespace
 
@@ -105,7 +136,9 @@ TEST(PrepGrid, EqualsGdalWarpOfTheSameSourceInEveryFormat) {
 
 TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     TempDir dir;
-    MakeRaster((dir.path() / "regional.tif").string(), Geographic(), [](int, int) { return 1.0; });
+    // 1 wherever the grid reads it; a source of one number would be refused.
+    MakeRaster((dir.path() / "regional.tif").string(), Geographic(),
+               [](int c, int l) { return c + l == 0 ? 2.0 : 1.0; });
     // A plane-system survey with a nodata hole in its middle, inside the grid's west half.
     RasterLayout survey;
     survey.nx = 10;
@@ -114,7 +147,9 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     survey.transform = {0, 100, 0, -90000, 0, -100};
     survey.noData = -9999;
     MakeRaster((dir.path() / "survey.tif").string(), survey,
-               [](int c, int l) { return c >= 4 && c < 6 && l >= 4 && l < 6 ? -9999.0 : 2.0; });
+               [](int c, int l) {
+                   return c >= 4 && c < 6 && l >= 4 && l < 6 ? -9999.0 : c + l == 0 ? 3.0 : 2.0;
+               });
     GridOptions o = Standalone(dir.path(), 2451, 100, {0, -91000, 2000, -90000},
                                {"regional.tif", "survey.tif"});
     o.resampling = "near";
@@ -127,7 +162,8 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     for (int j = 0; j < 10; ++j)
         for (int i = 0; i < 20; ++i) {
             const bool hole = i >= 4 && i < 6 && 9 - j >= 4 && 9 - j < 6;
-            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? 2.0 : 1.0) << i << " " << j;
+            const double measured = i == 0 && j == 9 ? 3.0 : 2.0;
+            EXPECT_EQ(grid.grid(i, j), i < 10 && !hole ? measured : 1.0) << i << " " << j;
         }
     EXPECT_NE(run.out.find("survey.tif (near): 96 cells, 48.0 %"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("regional.tif (near): 104 cells, 52.0 %"), std::string::npos);
@@ -135,11 +171,13 @@ TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
 
 TEST(PrepGrid, DepthsPositiveDownBecomeElevations) {
     TempDir dir;
-    MakeRaster((dir.path() / "a.tif").string(), Geographic(), [](int, int) { return 40.0; });
+    // The grid's cells take the source's pixels at their centres, never pixel (0, 0).
+    MakeRaster((dir.path() / "a.tif").string(), Geographic(),
+               [](int c, int l) { return c + l == 0 ? 41.0 : 40.0; });
     RasterLayout westHalf = Geographic("AAIGrid");
     westHalf.noData = -9999;
     MakeRaster((dir.path() / "b.asc").string(), westHalf,
-               [](int c, int) { return c < 50 ? 25.0 : -9999.0; });
+               [](int c, int l) { return c + l == 0 ? 26.0 : c < 50 ? 25.0 : -9999.0; });
     struct Case {
         bool all;
         std::vector<int> which;
@@ -215,31 +253,130 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
     noSystem.epsg = 0;
     MakeRaster((dir.path() / "nosrs.tif").string(), noSystem, Slope);
     MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    MakeRaster((dir.path() / "one.tif").string(), Geographic(), [](int, int) { return 3.0; });
+    MakeRaster((dir.path() / "flatwest.tif").string(), Geographic(),
+               [](int c, int l) { return c < 50 ? -100.0 : Slope(c, l); });
+    // Cut short as a download can leave them: the netCDF library reads what is missing as
+    // zeros without a word, libtiff says it cannot read a strip.
+    MakeRaster((dir.path() / "cut.nc").string(), Geographic("netCDF"), Slope);
+    CutShort((dir.path() / "cut.nc").string(), 3000);
+    MakeRaster((dir.path() / "cut.tif").string(), Geographic(), Slope);
+    CutShort((dir.path() / "cut.tif").string(), 20000);
     dir.Write("text.tif", "not a raster");
     const std::string src = (dir.path() / "src.tif").string();
     struct Case {
         std::vector<std::string> sources;
         Bounds bounds;
         std::string expected;
+        std::function<void(GridOptions&)> change = nullptr;
     };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const Bounds west = {139.6, 34.6, 140, 35};
     const Case cases[] = {
-        {{"nosrs.tif"}, {139.6, 34.6, 140, 35}, "nosrs.tif: has no coordinate system; give it one"},
-        {{"src.tif", "gone.tif"}, {139.6, 34.6, 140, 35}, "gone.tif: GDAL cannot open it as a raster"},
-        {{"text.tif"}, {139.6, 34.6, 140, 35}, "text.tif: GDAL cannot open it as a raster"},
+        {{"nosrs.tif"}, west, "nosrs.tif: has no coordinate system; say which it is with --source-srs"},
+        {{"src.tif", "gone.tif"}, west, "gone.tif: GDAL cannot open it as a raster"},
+        {{"text.tif"}, west, "text.tif: GDAL cannot open it as a raster"},
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
-        {{"project.xml", "src.tif"}, {139.6, 34.6, 140, 35}, "give --region N to build one"},
+        {{"project.xml", "src.tif"}, west, "give --region N to build one"},
         {{"src.tif"}, {0, 0, 100000, 100000}, "needs 7450.6 GiB of memory, more than this machine has"},
+        {{"one.tif"}, west, "one.tif: every value it holds is 3; a source of one number"},
+        {{"flatwest.tif"}, west, "every one of the 16 cells would hold -100: the sources are flat"},
+        {{"cut.nc"}, west, "cut.nc: the file is cut short: it holds 3000 bytes, fewer than the 40000"},
+        {{"cut.tif"}, west, "cut.tif: the warp failed (" + (dir.path() / "cut.tif").string() +
+                            ", band 1: IReadBlock failed"},
+        {{"src.tif"}, west, "--fill takes a finite number of metres, not nan",
+         [&](GridOptions& o) { o.fill = nan; }},
+        {{"src.tif"}, west, "--fill takes a finite number of metres, not inf",
+         [](GridOptions& o) { o.fill = std::numeric_limits<double>::infinity(); }},
+        {{"src.tif"}, west, "--z-scale takes a finite factor other than 0, not 0",
+         [](GridOptions& o) { o.zScaleFor = {{1, 0.0}}; }},
+        {{"src.tif"}, west, "--nodata-source 2: there are 1 sources",
+         [](GridOptions& o) { o.sourceNoDataFor = {{2, -1.0}}; }},
+        {{"src.tif"}, west, "src.tif: its coordinate system \"EPSG:99999\" (--source-srs) is not one",
+         [](GridOptions& o) { o.sourceSrs = "EPSG:99999"; }},
+        {{"src.tif"}, west, "--size 0 5: give NX NY, both at least 1",
+         [](GridOptions& o) { o.bounds.reset(), o.origin = {139.65, 34.65}, o.size = {0, 5}; }},
+        {{"src.tif"}, west, "--size goes with --origin X Y",
+         [](GridOptions& o) { o.size = {4, 4}; }},
+        {{"src.tif"}, west, "--bounds-lonlat 34.6 139.6 35 140 lie on no source, but 139.6 34.6 "
+                            "140 35 do: they look like latitude first",
+         [](GridOptions& o) { o.bounds.reset(), o.boundsLonLat = Bounds{34.6, 139.6, 35, 140}; }},
     };
     for (const Case& c : cases) {
-        const Outcome run =
-            RunCaptured(Standalone(dir.path(), 4326, 0.1, c.bounds, c.sources, "out.txt"));
+        GridOptions o = Standalone(dir.path(), 4326, 0.1, c.bounds, c.sources, "out.txt");
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
         EXPECT_EQ(run.status, 1) << c.expected;
         EXPECT_NE(run.err.find(c.expected), std::string::npos) << run.err;
         EXPECT_EQ(run.err.rfind("seaforge-prep: ", 0), 0u) << run.err;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_FALSE(fs::exists(dir.path() / "out.txt"));
     }
+}
+
+TEST(PrepGrid, AFlatGridIsWrittenOnlyWhenFilledOnPurpose) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {150, 10, 151, 11}, {"src.tif"});
+    o.fill = -4000;
+    const Outcome run = RunCaptured(o);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("  values       -4000 .. -4000\n"), std::string::npos) << run.out;
+}
+
+TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
+    TempDir dir;
+    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.6, 34.6, 140, 35}, {"src.tif"});
+
+    // A link to a grid elsewhere: the grid is replaced, keeping its mode; the link stays.
+    const std::string real = dir.Write("grids/real.txt", "old grid");
+    fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    fs::create_symlink("grids/real.txt", dir.path() / "link.txt");
+    o.output = (dir.path() / "link.txt").string();
+    o.geotiff = (dir.path() / "link.tif").string();
+    fs::create_symlink("grids/real.tif", o.geotiff); // dangling: names the file to make
+    const Outcome linked = RunCaptured(o);
+    ASSERT_EQ(linked.status, 0) << linked.err;
+    EXPECT_TRUE(fs::is_symlink(o.output));
+    EXPECT_TRUE(fs::is_symlink(o.geotiff));
+    EXPECT_EQ(ReadBack(real, 0.1).nx, 4);
+    EXPECT_EQ(fs::status(real).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_TRUE(fs::is_regular_file(dir.path() / "grids" / "real.tif"));
+    o.geotiff.clear();
+
+    // Renaming over these would remove the node; a FIFO is never opened, so never waited on.
+    const std::string fifo = (dir.path() / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    fs::create_directory(dir.path() / "folder");
+    struct Case {
+        std::string path;
+        const char* kind;
+    };
+    const Case cases[] = {{"/dev/null", "a character device"},
+                          {"/dev/full", "a character device"},
+                          {fifo, "a FIFO"},
+                          {(dir.path() / "folder").string(), "a directory"}};
+    for (const Case& c : cases) {
+        o.output = c.path;
+        const Outcome refused = RunCaptured(o);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.err, "seaforge-prep: cannot write " + c.path + ": it is " + c.kind +
+                                   ", and only a regular file is replaced\n");
+        const fs::file_type kind = fs::symlink_status(c.path).type();
+        EXPECT_TRUE(kind == fs::file_type::character || kind == fs::file_type::fifo ||
+                    kind == fs::file_type::directory)
+            << c.path;
+    }
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"fifo", "folder", "grids", "link.tif", "link.txt",
+                                              "src.tif"}));
 }
 
 TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
@@ -287,5 +424,135 @@ TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
                                                    GDT_Float32, 0, 0, nullptr),
                   CE_None);
         EXPECT_EQ(pixel, static_cast<float>(grid.grid(column, 3 - line))) << column << " " << line;
+    }
+}
+
+TEST(PrepGrid, ValuesBecomeElevationsInMetres) {
+    using Metadata = std::vector<std::pair<std::string, std::string>>;
+    const Metadata down = {{"positive", "down"}};
+    const Metadata downInFeet = {{"positive", "down"}, {"units", "ft"}};
+    struct Case {
+        const char* driver;
+        RasterDescription description;
+        std::function<void(GridOptions&)> change;
+        double expected;
+        const char* note; // the summary's line under the source, or ""
+    };
+    const Case cases[] = {
+        {"GTiff", {"ft", {}}, nullptr, 30.48, "in feet (its unit \"ft\"): scaled by 0.3048 to metres"},
+        {"GTiff", {"international foot", {}}, nullptr, 30.48, "in feet (its unit \"international foot\")"},
+        {"GTiff", {"US survey foot", {}}, nullptr, 100 * 1200.0 / 3937,
+         "in US survey feet (its unit \"US survey foot\"): scaled by 0.3048006096 to metres"},
+        {"GTiff", {"ftUS", {}}, [](GridOptions& o) { o.zScale = 1; }, 100, ""},
+        {"GTiff", {"m", {}}, [](GridOptions& o) { o.zScaleFor = {{1, 2.0}}; }, 200,
+         "values scaled by 2 (--z-scale)"},
+        {"netCDF", {"", down}, nullptr, -100,
+         "depths, positive down as its positive = \"down\" says: turned into elevations"},
+        {"netCDF", {"", down}, [](GridOptions& o) { o.depthPositive = true; }, -100, ""},
+        {"netCDF", {"", downInFeet}, nullptr, -30.48, "in feet (its unit \"ft\")"},
+        {"netCDF", {"", {{"positive", "up"}}}, nullptr, 100, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.driver) + " " + c.note);
+        TempDir dir;
+        const std::string name = std::string("src.") + (c.driver[0] == 'G' ? "tif" : "nc");
+        MakeDescribedRaster((dir.path() / name).string(), OffCentre(c.driver), c.description,
+                            Hundred);
+        GridOptions o = NearestWest(dir, {name});
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_FLOAT_EQ(static_cast<float>(grid.grid(2, 7)), static_cast<float>(c.expected));
+        const std::size_t source = run.out.find("  source ");
+        const std::size_t noteAt = run.out.find("\n               ", source);
+        if (*c.note == '\0')
+            EXPECT_EQ(noteAt, std::string::npos) << run.out;
+        else
+            EXPECT_NE(run.out.find(std::string("\n               ") + c.note, source),
+                      std::string::npos)
+                << run.out;
+    }
+}
+
+TEST(PrepGrid, UntaggedMarkersAreRefusedUnlessNamedOrKept) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Case {
+        double marker;
+        bool underGrid; // the marked pixels lie where the grid reads, or off it
+        std::function<void(GridOptions&)> change;
+        std::string refused; // the marker as the refusal shows it, or "": written
+        double cell;         // else: cell (1, 3), which reads a marked pixel
+    };
+    const Case cases[] = {
+        {-9999, true, nullptr, "-9999", 0},
+        {-32768, true, nullptr, "-32768", 0},
+        {-32767, true, nullptr, "-32767", 0},
+        {1e20, true, nullptr, "1.00000002e+20", 0}, // as a float source holds it
+        {-3e38, true, nullptr, "-3.00000001e+38", 0},
+        {-9999, false, nullptr, "", -56},
+        {nan, true, nullptr, "", 96}, // a float source's NaN needs no tag
+        {-9999, true, [](GridOptions& o) { o.sourceNoData = -9999; }, "", 96},
+        {-32768, true, [](GridOptions& o) { o.sourceNoDataFor = {{2, -32768.0}}; }, "", 96},
+        {-9999, true, [](GridOptions& o) { o.keepMarkers = true; }, "", -9999},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.marker) + (c.underGrid ? " under the grid" : " off it"));
+        TempDir dir;
+        MakeRaster((dir.path() / "regional.tif").string(), OffCentre(), Hundred);
+        // The survey's marked pixels: those of cells (1..2, 3..4), or columns the grid never
+        // reads.
+        MakeRaster((dir.path() / "survey.tif").string(), OffCentre(), [&](int col, int l) {
+            const bool marked = c.underGrid ? col >= 4 && col < 12 && l >= 20 && l < 28
+                                            : col >= 30 && l >= 20;
+            return marked ? c.marker : -50.0 - col;
+        });
+        GridOptions o = NearestWest(dir, {"regional.tif", "survey.tif"});
+        if (c.change)
+            c.change(o);
+        const Outcome run = RunCaptured(o);
+        if (!c.refused.empty()) {
+            EXPECT_EQ(run.status, 1);
+            EXPECT_EQ(run.err, "seaforge-prep: " + o.sources[1] + ": holds " + c.refused +
+                                   " where the grid reads it, which marks missing data in many "
+                                   "files, but the source has no nodata tag, so it would be "
+                                   "resampled into real cells; name the marker with "
+                                   "--source-nodata " + c.refused + " (or --nodata-source 2 " +
+                                   c.refused + "), or take such values as real with "
+                                   "--keep-markers\n");
+            EXPECT_FALSE(fs::exists(o.output));
+            continue;
+        }
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_EQ(grid.grid(1, 3), c.cell);
+        EXPECT_EQ(grid.grid(3, 3), -64.0);
+    }
+}
+
+TEST(PrepGrid, AGridWithoutSystemTakesTheOneGiven) {
+    // As GMT writes a grid: x and y in degrees, no coordinate system.
+    TempDir dir;
+    RasterLayout gmt = OffCentre("netCDF");
+    gmt.epsg = 0;
+    MakeRaster((dir.path() / "gmt.nc").string(), gmt, [](int c, int l) { return -10.0 * c - l; });
+    GridOptions o = NearestWest(dir, {"gmt.nc"});
+    const Outcome refused = RunCaptured(o);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err, "seaforge-prep: " + o.sources[0] + ": has no coordinate system; say "
+                           "which it is with --source-srs CODE (for example --source-srs 4326 "
+                           "for longitude and latitude in degrees)\n");
+    for (const auto& given : {std::function<void(GridOptions&)>(
+                                  [](GridOptions& g) { g.sourceSrs = "4326"; }),
+                              std::function<void(GridOptions&)>([](GridOptions& g) {
+                                  g.sourceSrsFor = {{1, "EPSG:4326"}};
+                              })}) {
+        GridOptions with = o;
+        given(with);
+        const Outcome run = RunCaptured(with);
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Region grid = ReadBack(o.output, 0.1);
+        EXPECT_EQ(grid.grid(1, 3), -86.0); // pixel (6, 26)
     }
 }

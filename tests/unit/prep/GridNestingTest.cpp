@@ -150,6 +150,22 @@ TEST(PrepGridNesting, AcrossSystemsItRefusesWhatTheRunRefuses) {
     EXPECT_NE(run.err.find("  ERROR-DETAIL:Comprisable :NG"), std::string::npos) << run.err;
 }
 
+TEST(PrepGridNesting, FlushWithTheBaseNorthAndEastEdgesBothProgramsAccept) {
+    TempDir dir;
+    WriteProject(dir);
+    ASSERT_EQ(RunIn(dir, InProject(dir, 1, kOuter)).first, 0);
+    ASSERT_EQ(RunIn(dir, InProject(dir, 2, kBay)).first, 0);
+    // Harbour's eastern and northern cell edges are Bay's own.
+    const auto [status, err] = RunIn(dir, InProject(dir, 3, {15000, -85000, 20000, -80000}));
+    ASSERT_EQ(status, 0) << err;
+    const Region harbour = ReadBack((dir.path() / "harbour.bin").string());
+    EXPECT_DOUBLE_EQ(harbour.org_x + (harbour.nx - 0.5) * 20, 20000);
+    EXPECT_DOUBLE_EQ(harbour.org_y + (harbour.ny - 0.5) * 20, -80000);
+    const SeaforgeRun run = RunSeaforge(dir.path());
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("\nSuccessful Completion."), std::string::npos);
+}
+
 TEST(PrepGridNesting, RefusalsNameTheRegionAndWhatToDo) {
     struct Case {
         std::string project;
@@ -169,6 +185,17 @@ TEST(PrepGridNesting, RefusalsNameTheRegionAndWhatToDo) {
          "region 3 (Harbour) does not lie inside its base region 2 (Bay) as the run checks it: "
          "its western cell edge -11000 lies west of the base's -10000 (the run stops with "
          "\"Comprisable dimX:NG\")"},
+        {Project(), 3, {0, -95000, 20100, -90000}, 2,
+         "its eastern cell edge 20100 lies east of the base's 20000 (the run stops with "
+         "\"Comprisable dimX:NG\")"},
+        {Project(), 3, {0, -95000, 5000, -79900}, 2,
+         "its northern cell edge -79900 lies north of the base's -80000 (the run stops with "
+         "\"Comprisable dimY:NG\")"},
+        // Across systems, the corner search keeps off the base's northern and eastern edges.
+        {Project(), 2, {20000, -100000, 40000, -66720}, 1,
+         "not found: north-east (40000, -66700), north-west (20000, -66700)."},
+        {Project(), 2, {20000, -100000, 50600, -80000}, 1,
+         "not found: south-east (50600, -100000), north-east (50600, -80000)."},
         {Project(32654), 2, kBay, 1,
          "but EPSG 32654 is not one of the systems the run's projection service knows (the "
          "JGD2000 plane systems 2443-2461 and UTM zones 3097-3101): the run converts it as UTM "
@@ -195,14 +222,28 @@ TEST(PrepCommandLine, HelpAndMistakes) {
     EXPECT_NE(help.out.find("grid"), std::string::npos);
     const SeaforgeRun gridHelp = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"grid", "--help"});
     EXPECT_EQ(gridHelp.status, 0);
-    for (const char* option : {"--bounds-lonlat", "--depth-positive", "--fill", "--geotiff", "--resampling"})
+    for (const char* option : {"--bounds-lonlat", "--depth-positive", "--fill", "--geotiff",
+                               "--resampling", "--source-srs", "--srs-source", "--source-nodata",
+                               "--nodata-source", "--z-scale", "--z-scale-source",
+                               "--keep-markers"})
         EXPECT_NE(gridHelp.out.find(option), std::string::npos) << option;
     const SeaforgeRun checkHelp = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"check", "--help"});
     EXPECT_EQ(checkHelp.status, 0);
     for (const char* option : {"--json", "--cfl-limit", "--max-boundary-jump"})
         EXPECT_NE(checkHelp.out.find(option), std::string::npos) << option;
+    const SeaforgeRun version = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), {"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "seaforge-prep " SEAFORGE_VERSION "\n");
+    const std::vector<std::string> standalone = {"grid", "--epsg", "4326", "--spacing", "1",
+                                                 "-o", "out.txt", "a.tif"};
+    const auto with = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), standalone.begin(), standalone.end());
+        return more;
+    };
     for (const std::vector<std::string>& args :
-         {std::vector<std::string>{}, {"grid"}, {"grid", "--nonsense", "a.tif"}, {"frobnicate"}}) {
+         {std::vector<std::string>{}, {"grid"}, {"grid", "--nonsense", "a.tif"}, {"frobnicate"},
+          with({"--origin", "0", "0", "--size", "0", "5"}), with({"--size", "0", "5"}),
+          with({"--nodata-source", "1", "-99x"}), with({"--srs-source", "x", "4326"})}) {
         const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(), args);
         EXPECT_EQ(bad.status, 1);
         EXPECT_EQ(bad.err.rfind("seaforge-prep: ", 0), 0u) << bad.err;

@@ -11,9 +11,12 @@
 
 #include <array>
 #include <cmath>
+#include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Elevation rasters made in the test with GDAL, in the formats modellers bring.
@@ -53,6 +56,47 @@ inline void MakeRaster(const std::string& path, const RasterLayout& layout,
     GDALDatasetUniquePtr copy(
         driver->CreateCopy(path.c_str(), ds.get(), FALSE, nullptr, nullptr, nullptr));
     ASSERT_NE(copy, nullptr) << path;
+}
+
+// What a raster says about its values besides the values: the band's unit and metadata
+// (netCDF writes band metadata as the variable's attributes: "positive", "units").
+struct RasterDescription {
+    std::string unit;
+    std::vector<std::pair<std::string, std::string>> bandMetadata;
+};
+
+// As MakeRaster, with the band described.
+inline void MakeDescribedRaster(const std::string& path, const RasterLayout& layout,
+                                const RasterDescription& description,
+                                const std::function<double(int, int)>& value) {
+    const std::string plain = path + ".plain.tif";
+    RasterLayout tiff = layout;
+    tiff.driver = "GTiff";
+    MakeRaster(plain, tiff, value);
+    GDALDatasetUniquePtr ds(GDALDataset::Open(plain.c_str(), GDAL_OF_RASTER));
+    ASSERT_NE(ds, nullptr);
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr described(mem->CreateCopy("", ds.get(), FALSE, nullptr, nullptr, nullptr));
+    ds.reset();
+    std::remove(plain.c_str());
+    ASSERT_NE(described, nullptr);
+    GDALRasterBand* band = described->GetRasterBand(1);
+    if (!description.unit.empty())
+        band->SetUnitType(description.unit.c_str());
+    for (const auto& [key, item] : description.bandMetadata)
+        band->SetMetadataItem(key.c_str(), item.c_str());
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(layout.driver);
+    ASSERT_NE(driver, nullptr) << layout.driver;
+    GDALDatasetUniquePtr copy(
+        driver->CreateCopy(path.c_str(), described.get(), FALSE, nullptr, nullptr, nullptr));
+    ASSERT_NE(copy, nullptr) << path;
+}
+
+// The first `bytes` of a file kept, as a download or copy cut short leaves it.
+inline void CutShort(const std::string& path, std::uintmax_t bytes) {
+    std::error_code error;
+    std::filesystem::resize_file(path, bytes, error);
+    ASSERT_FALSE(error) << path;
 }
 
 // What gdalwarp makes of `source` on the cell edges `bounds` at `spacing` in `epsg`, as
