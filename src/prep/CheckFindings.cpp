@@ -231,7 +231,7 @@ void CheckSystem(Report& report, const RegionReport& r) {
             what += (k + 1 == wrong.size() ? " and " : ", ") + wrong[k];
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: EPSG %d is longitude and latitude in degrees, but %s cannot "
-                                "be degrees; the run works with cells of %.10g m. For a grid in "
+                                "be degrees; the run works with cells of %.6g m. For a grid in "
                                 "metres give the region a plane system's code; in degrees, a "
                                 "spacing under 1 (%.10g m is about %.4g degrees of latitude) and "
                                 "cell edges within -180 .. 360, -90 .. 90",
@@ -244,7 +244,7 @@ void CheckSystem(Report& report, const RegionReport& r) {
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: %s is longitude and latitude in degrees, but the run reads "
                                 "every code other than 4326 and 4612 as plane metres: it takes "
-                                "the spacing %.10g as %.10g m. Use EPSG %d for a grid in degrees",
+                                "the spacing %.10g as %.6g m. Use EPSG %d for a grid in degrees",
                                 label.c_str(), Named(t.epsg).c_str(), t.gridSize, metres,
                                 DegreesCodeFor(midX, midY)));
         return;
@@ -253,7 +253,7 @@ void CheckSystem(Report& report, const RegionReport& r) {
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: %s is a plane system in metres, but its spacing %.10g and "
                                 "cell edges %.10g .. %.10g, %.10g .. %.10g look like degrees; the "
-                                "run works with cells of %.10g m. Use EPSG %d for a grid in "
+                                "run works with cells of %.6g m. Use EPSG %d for a grid in "
                                 "degrees",
                                 label.c_str(), Named(t.epsg).c_str(), t.gridSize, e.minX, e.maxX,
                                 e.minY, e.maxY, metres, DegreesCodeFor(midX, midY)));
