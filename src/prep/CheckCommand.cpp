@@ -453,7 +453,7 @@ void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool
             if (std::isfinite(elevation) && !IsBelowTide(elevation, tideLevel))
                 report.Add(Level::Warning, cellRegion->record.RegionNo,
                            StringPrintf("%s %s (%.10g, %.10g) of %s lies on land: its cell (%d, "
-                                        "%d) in %s holds %.10g m, above the tide level (%g m); "
+                                        "%d) in %s holds %.6g m, above the tide level (%g m); "
                                         "move it onto a sea cell, or check its coordinates",
                                         what, point.name.c_str(), point.x, point.y,
                                         rec.FileName.c_str(), cell.i + 1, cell.j + 1,
