@@ -311,17 +311,16 @@ void CheckDryRegion(Report& report, const RegionReport& r, int tideLevel) {
     for (std::size_t c = 0, n = t.grid.ValueCount(); c < n; ++c)
         if (IsBelowTide(v[c], tideLevel))
             return;
+    // Its wave speed comes from its lowest value: above zero it has none, and the
+    // CFL number is NaN whatever the step handed in; then nothing allows a factor 3 either.
+    const bool undefined = r.timeStep ? !std::isfinite(t.cfl) : t.valMin > 0;
     std::string outcome;
-    if (!r.timeStep)
-        outcome = "the run has no depth to work out its time step from";
-    else if (!std::isfinite(t.cfl))
+    if (undefined)
         outcome = StringPrintf("its CFL number is undefined (the run prints \"%s\"), so nothing "
-                               "limits its time step and its time ratio falls back to %d",
-                               StringPrintf("%.2f", t.cfl).c_str(), t.timeRatio);
+                               "limits its time step and its time ratio falls back to 1",
+                               r.timeStep ? StringPrintf("%.2f", t.cfl).c_str() : "-nan");
     else
-        outcome = StringPrintf("its CFL number %.3g comes from cells above the tide level, with "
-                               "a time ratio of %d",
-                               t.cfl, t.timeRatio);
+        outcome = "its CFL number comes from cells above the tide level";
     report.Add(Level::Warning, r.record.RegionNo,
                StringPrintf("%s: no cell lies below the tide level (%g m; its lowest value is "
                             "%.10g): %s. Give it a grid that holds its sea (depths read as "
