@@ -1,6 +1,5 @@
 #include "prep/CheckCommand.hpp"
 
-#include "driver/ErrorCodes.hpp"
 #include "gis/GeoTiff.hpp"
 #include "inputs/ConstLineParam.hpp"
 #include "inputs/DynamicParam.hpp"
