@@ -214,7 +214,7 @@ void CheckNesting(Report& report, RegionReport& r, RegionReport& base, const Che
                                       label.c_str(), baseLabel.c_str(),
                                       misread.empty() ? ""
                                                       : (", reading " + misread).c_str()) +
-                             RunStops(11));
+                             OtherZonesAccepted(own, b) + RunStops(11));
     }
 
     if (!across) {

@@ -290,6 +290,25 @@ void CheckSystem(Report& report, const RegionReport& r) {
                             facts->east, facts->south, facts->north, instead.c_str()));
 }
 
+std::string OtherZonesAccepted(const Region& own, const Region& base) {
+    constexpr int kFirstZone = 2443;
+    constexpr int kLastZone = 2461;
+    if (!IsGeographic(base.epsg) || own.epsg < kFirstZone || own.epsg > kLastZone)
+        return {};
+    Region other = StepView(own);
+    std::string zones;
+    for (int zone = kFirstZone; zone <= kLastZone; ++zone) {
+        other.epsg = zone;
+        if (zone != own.epsg &&
+            other.ComprisableReason(base.epsg, base.org_x, base.org_y, base.gridSize, base.nx,
+                                    base.ny) == 0)
+            zones += (zones.empty() ? "" : " or ") + Named(zone);
+    }
+    return zones.empty() ? zones
+                         : "; read in " + zones + " its corners are found: is its grid made in "
+                                              "that zone?";
+}
+
 void CheckFileSpacing(Report& report, const RegionReport& r) {
     const Region& t = *r.topography;
     const double asked = r.record.GridSize;

@@ -70,6 +70,11 @@ struct Report {
 // outside its zone's area of use. Each says what the run will compute and the code to use.
 void CheckSystem(Report& report, const RegionReport& r);
 
+// For a JGD2000 plane region the run's nesting check refuses in a longitude-latitude
+// base: the other JGD2000 zones in which its numbers would pass that check, as "; read in
+// EPSG 2450 (...), ..." for the refusal's line, or empty.
+[[nodiscard]] std::string OtherZonesAccepted(const Region& own, const Region& base);
+
 // A binary grid whose header spacing differs from the project's GridSize.
 void CheckFileSpacing(Report& report, const RegionReport& r);
 

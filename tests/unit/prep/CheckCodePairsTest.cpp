@@ -41,16 +41,17 @@ std::array<double, 2> Place(int epsg, double lon, double lat) {
 }
 
 // Region 1 in `baseEpsg` over 140 .. 141 E, 35 .. 36 N (20 x 20 points); region 2 in
-// `nestedEpsg`, 10 x 10 points with its north-east corner at (lon, lat).
+// `nestedEpsg`, 10 x 10 points with its north-east corner at (lon, lat) as `placedEpsg`
+// puts it (0: its own code).
 void WriteProject(const TempDir& dir, int baseEpsg, int nestedEpsg, double lon = 140.525,
-                  double lat = 35.525) {
+                  double lat = 35.525, int placedEpsg = 0) {
     const auto depth = [](int i, int j) { return i == 3 && j == 3 ? -99.0 : -100.0; };
     const double baseSpacing = Degrees(baseEpsg) ? 0.05 : 5000;
     const std::array<double, 2> centre = Place(baseEpsg, 140.5, 35.5);
     dir.Write("base.txt", GridText(20, 20, centre[0] - 9.5 * baseSpacing,
                                    centre[1] - 9.5 * baseSpacing, depth));
     const double spacing = Degrees(nestedEpsg) ? 0.005 : 500;
-    const std::array<double, 2> corner = Place(nestedEpsg, lon, lat);
+    const std::array<double, 2> corner = Place(placedEpsg ? placedEpsg : nestedEpsg, lon, lat);
     dir.Write("nested.txt", GridText(10, 10, corner[0] - 9.5 * spacing,
                                      corner[1] - 9.5 * spacing, depth));
     dir.Write("fault.txt", "35.5 140.5 5000 0 30 45 90 10000 5000 1.0 \"F1\"\n");
@@ -148,4 +149,18 @@ TEST(PrepCheckNesting, CornerMarginsOnTheNorthAndEastAreTheRunsLimits) {
         ASSERT_EQ(margins.size(), 4u) << v.report.dump();
         EXPECT_NEAR(margins[2].get<double>(), c.margin, 0.05);
     }
+}
+
+// A grid made in JGD2000 zone VIII but declared in zone IX: refused, and the refusal names
+// the zone in which the run would find its corners.
+TEST(PrepCheckNesting, ARefusedPlaneRegionNamesTheZoneItFitsIn) {
+    TempDir dir;
+    WriteProject(dir, 4612, 2451, 140.525, 35.525, 2450);
+    const Verdicts v = AskBoth(dir);
+    EXPECT_FALSE(v.runAccepts);
+    const std::string message = v.report["findings"].back()["message"];
+    EXPECT_NE(message.find("; read in EPSG 2450 (JGD2000 / Japan Plane Rectangular CS VIII) its "
+                           "corners are found: is its grid made in that zone? (the run stops"),
+              std::string::npos)
+        << message;
 }
