@@ -552,9 +552,9 @@ Report BuildReport(const CheckOptions& o) {
         r.record = rec;
         const std::string label = RegionLabel(rec);
         std::error_code error;
-        if (invalidRegion && *invalidRegion == regionNo) {
-            // Its record is what is wrong; what its grid would give follows from that.
-            r.reported = true;
+        if ((invalidRegion && *invalidRegion == regionNo) || rec.Topography.FileName.empty()) {
+            // Its record is what is wrong (the run's validation says so); what its grid
+            // would give follows from that.
             report.regions.push_back(std::move(r));
             continue;
         }
@@ -566,7 +566,6 @@ Report BuildReport(const CheckOptions& o) {
                                     label.c_str(), rec.Topography.FileName.c_str(),
                                     o.project.c_str(), regionNo) +
                            RunStops(3));
-            r.reported = true;
             report.regions.push_back(std::move(r));
             continue;
         }

@@ -24,7 +24,6 @@ struct Finding {
 struct RegionReport {
     XML_REGION record;
     std::optional<Region> topography;            // read as the run reads it
-    bool reported = false;                       // no grid, for a cause already reported
     std::optional<std::array<double, 4>> lonLat; // cell-edge extent in degrees
     bool timeStep = false;                       // dt, stepRatio and cfl computed
     std::optional<double> jumpMax;               // boundary against the base region
