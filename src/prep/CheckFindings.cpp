@@ -229,14 +229,16 @@ void CheckSystem(Report& report, const RegionReport& r) {
         std::string what = wrong[0];
         for (std::size_t k = 1; k < wrong.size(); ++k)
             what += (k + 1 == wrong.size() ? " and " : ", ") + wrong[k];
+        const std::string fix =
+            t.gridSize < 1.0
+                ? std::string("Check the grid's origin: longitude first, then latitude")
+                : StringPrintf("In degrees a spacing is under 1 (%.10g m is about %.4g degrees "
+                               "of latitude); a grid in metres needs a plane system's code",
+                               t.gridSize, t.gridSize / 111320.0);
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: EPSG %d is longitude and latitude in degrees, but %s cannot "
-                                "be degrees; the run works with cells of %.6g m. For a grid in "
-                                "metres give the region a plane system's code; in degrees, a "
-                                "spacing under 1 (%.10g m is about %.4g degrees of latitude) and "
-                                "cell edges within -180 .. 360, -90 .. 90",
-                                label.c_str(), t.epsg, what.c_str(), metres, t.gridSize,
-                                t.gridSize / 111320.0));
+                                "be degrees; the run works with cells of %.6g m. %s",
+                                label.c_str(), t.epsg, what.c_str(), metres, fix.c_str()));
         return;
     }
     const std::optional<CrsFacts> facts = LookUp(t.epsg);
@@ -244,9 +246,10 @@ void CheckSystem(Report& report, const RegionReport& r) {
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: %s is longitude and latitude in degrees, but the run reads "
                                 "every code other than 4326 and 4612 as plane metres: it takes "
-                                "the spacing %.10g as %.6g m. Use EPSG %d for a grid in degrees",
+                                "the spacing %.10g as %.6g m. Use EPSG %d for a grid in degrees%s",
                                 label.c_str(), Named(t.epsg).c_str(), t.gridSize, metres,
-                                DegreesCodeFor(midX, midY)));
+                                DegreesCodeFor(midX, midY),
+                                LooksLikeDegrees(e) ? "" : ", a plane system's code for one in metres"));
         return;
     }
     if (t.gridSize < 1.0 && LooksLikeDegrees(e)) {
