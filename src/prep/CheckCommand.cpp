@@ -1,11 +1,11 @@
 #include "prep/CheckCommand.hpp"
 
-#include "driver/ErrorCodes.hpp"
 #include "gis/GeoTiff.hpp"
 #include "inputs/ConstLineParam.hpp"
 #include "inputs/DynamicParam.hpp"
 #include "inputs/Fault.hpp"
 #include "inputs/Station.hpp"
+#include "prep/CheckFindings.hpp"
 #include "prep/PrepError.hpp"
 #include "prep/ProjectFiles.hpp"
 #include "project/Console.hpp"
@@ -20,6 +20,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -28,48 +30,8 @@
 
 namespace {
 
-enum class Level { Error, Warning };
-
-struct Finding {
-    Level level;
-    int region; // 0: the project as a whole
-    std::string message;
-};
-
-// One region as the run sees it, and what the check measured of it.
-struct RegionReport {
-    XML_REGION record;
-    std::optional<Region> topography; // read as the run reads it
-    std::optional<std::array<double, 4>> lonLat; // cell-edge extent in degrees
-    bool timeStep = false;                       // dt, stepRatio and cfl computed
-    std::optional<double> jumpMax;               // boundary against the base region
-    double jumpMean = 0;
-    std::vector<double> cornerMargins; // across systems, base cells to the search's limit
-};
-
-struct Report {
-    std::string project;
-    std::vector<RegionReport> regions;
-    std::vector<Finding> findings;
-    double peakBytes = 0;
-    double outputBytes = 0;
-
-    void Add(Level level, int region, const std::string& message) {
-        findings.push_back({level, region, message});
-    }
-    RegionReport* Find(int regionNo) {
-        for (RegionReport& r : regions)
-            if (r.record.RegionNo == regionNo)
-                return &r;
-        return nullptr;
-    }
-};
-
 constexpr const char* kCornerNames[] = {"south-west", "south-east", "north-east", "north-west"};
 
-
-// "the run stops with "ERROR:Read Topography"": every error names the run's own line.
-std::string RunStops(int code) { return " (the run stops with \"" + CodeMessage(code) + "\")"; }
 
 std::string Trimmed(const char* detail) {
     std::string text = detail;
@@ -141,12 +103,17 @@ void CheckValues(Report& report, const RegionReport& r, const std::string& label
     std::size_t firstBad = n;
     std::map<double, std::size_t> markers; // -9999, -32768, |v| >= 1e20
     std::size_t atMin = 0;
+    double low = std::numeric_limits<double>::infinity(); // over the cells that are depths
+    double high = -low;
     for (std::size_t c = 0; c < n; ++c) {
         if (!std::isfinite(v[c])) {
             if (notFinite++ == 0)
                 firstBad = c;
         } else if (v[c] == -9999.0 || v[c] == -32768.0 || std::fabs(v[c]) >= 1e20) {
             ++markers[v[c]];
+        } else {
+            low = std::min(low, v[c]);
+            high = std::max(high, v[c]);
         }
         atMin += v[c] == t.valMin;
     }
@@ -167,13 +134,36 @@ void CheckValues(Report& report, const RegionReport& r, const std::string& label
                                 label.c_str(), count, t.inFileName.c_str(), value));
     // A quarter of the grid at one deepest whole number of a kilometre or more is a fill
     // (-999, -99999, ...), not a sea floor.
-    if (markers.empty() && n > 16 && t.valMin <= -999 && t.valMin == std::trunc(t.valMin) &&
-        t.valMin != t.valMax && atMin * 4 > n)
+    const bool filled = markers.empty() && n > 16 && t.valMin <= -999 &&
+                        t.valMin == std::trunc(t.valMin) && t.valMin != t.valMax && atMin * 4 > n;
+    if (filled)
         report.Add(Level::Warning, r.record.RegionNo,
                    StringPrintf("%s: %.0f %% of %s holds its deepest value %.10g, which looks "
                                 "like a nodata marker",
                                 label.c_str(), 100.0 * static_cast<double>(atMin) / static_cast<double>(n),
                                 t.inFileName.c_str(), t.valMin));
+    if (notFinite > 0 || !markers.empty() || filled || n == 0)
+        return;
+    if (n > 1 && low == high) {
+        report.Add(Level::Warning, r.record.RegionNo,
+                   StringPrintf("%s: every one of its %zu cells holds %.10g; a grid of one value "
+                                "is no topography (a source without data there, or a fill): "
+                                "remake it from a source that covers the region",
+                                label.c_str(), n, low));
+        return;
+    }
+    // Deeper than the deepest trench, higher than the highest peak: a source in feet (3.28
+    // times the metres) read as metres gives this.
+    constexpr double kDeepest = -11000;
+    constexpr double kHighest = 9000;
+    if (low < kDeepest || high > kHighest)
+        report.Add(Level::Warning, r.record.RegionNo,
+                   StringPrintf("%s: its values reach %.10g m, %s; a source in feet read as "
+                                "metres gives this: remake the grid with `seaforge-prep grid "
+                                "--z-scale 0.3048` (or the factor of the source's unit)",
+                                label.c_str(), low < kDeepest ? low : high,
+                                low < kDeepest ? "deeper than any sea (11000 m)"
+                                               : "higher than any land (9000 m)"));
 }
 
 // A nested region against its base: the run's nesting check, the alignment of cells in one
@@ -184,16 +174,29 @@ void CheckNesting(Report& report, RegionReport& r, RegionReport& base, const Che
     const std::string label = RegionLabel(r.record);
     const std::string baseLabel = RegionLabel(base.record);
     const bool across = own.epsg != b.epsg;
-    if (across && (!IsGeographic(b.epsg) || !IsServicePlaneEpsg(own.epsg)))
-        report.Add(Level::Error, r.record.RegionNo,
-                   StringPrintf("%s (EPSG %d) nests in %s (EPSG %d): the run checks a region of "
-                                "another system only inside a longitude-latitude base with one of "
-                                "the plane systems its projection service knows (JGD2000 "
-                                "2443-2461, 3097-3101); other codes are converted as UTM zone 54 "
-                                "(EPSG 3100)",
-                                label.c_str(), own.epsg, baseLabel.c_str(), b.epsg));
+    // Across systems the run's check reads the base's numbers as degrees and converts them
+    // into the nested region's plane system; a pair it cannot read so is checked as it
+    // reads it, and whether it is accepted is the run's own answer.
+    std::string misread;
+    if (across && (!IsGeographic(b.epsg) || !IsServicePlaneEpsg(own.epsg))) {
+        std::vector<std::string> how;
+        if (!IsGeographic(b.epsg))
+            how.push_back(StringPrintf("%s's numbers as longitude and latitude on WGS 84",
+                                       baseLabel.c_str()));
+        if (!IsServicePlaneEpsg(own.epsg))
+            how.push_back(StringPrintf("%s's as UTM zone 54 (EPSG 3100)", label.c_str()));
+        misread = how[0] + (how.size() > 1 ? " and " + how[1] : std::string());
+    }
     const int reason =
         own.ComprisableReason(b.epsg, b.org_x, b.org_y, b.gridSize, b.nx, b.ny);
+    if (reason == 0 && !misread.empty())
+        report.Add(Level::Warning, r.record.RegionNo,
+                   StringPrintf("%s (EPSG %d) in %s (EPSG %d): the run's nesting check accepts "
+                                "it, reading %s; its projection service knows only longitude "
+                                "and latitude (4326, 4612) around the JGD2000 plane systems "
+                                "(2443-2461, 3097-3101)",
+                                label.c_str(), own.epsg, baseLabel.c_str(), b.epsg,
+                                misread.c_str()));
     if (reason != 0) {
         const CellExtent oe = CellExtentOf(own.org_x, own.org_y, own.gridSize, own.nx, own.ny);
         const CellExtent be = CellExtentOf(b.org_x, b.org_y, b.gridSize, b.nx, b.ny);
@@ -207,8 +210,11 @@ void CheckNesting(Report& report, RegionReport& r, RegionReport& base, const Che
                                       label.c_str(), baseLabel.c_str(), side[reason],
                                       ownEdge[reason], baseEdge[reason]) + RunStops(11)
                        : StringPrintf("%s: the run's check across systems does not find every "
-                                      "corner among %s's grid points",
-                                      label.c_str(), baseLabel.c_str()) + RunStops(11));
+                                      "corner among %s's grid points%s",
+                                      label.c_str(), baseLabel.c_str(),
+                                      misread.empty() ? ""
+                                                      : (", reading " + misread).c_str()) +
+                             OtherZonesAccepted(own, b) + RunStops(11));
     }
 
     if (!across) {
@@ -321,13 +327,41 @@ void CheckLandMap(Report& report, const RegionReport& r, int tideLevel) {
         return;
     std::size_t cut = 0;
     std::size_t first = 0;
+    std::size_t sea = 0;
+    std::size_t openEdge = 0; // sea cells on the outer ring
     const double* depth = t.grid.Data();
     const double* map = land.grid.Data();
-    for (std::size_t c = 0, n = t.grid.ValueCount(); c < n; ++c)
-        if (map[c] == 1.0 && IsBelowTide(depth[c], tideLevel) && cut++ == 0)
+    for (std::size_t c = 0, n = t.grid.ValueCount(); c < n; ++c) {
+        if (!IsBelowTide(depth[c], tideLevel))
+            continue;
+        ++sea;
+        const int i = static_cast<int>(c % static_cast<std::size_t>(t.nx));
+        const int j = static_cast<int>(c / static_cast<std::size_t>(t.nx));
+        openEdge += i == 0 || j == 0 || i == t.nx - 1 || j == t.ny - 1;
+        if (map[c] == 1.0 && cut++ == 0)
             first = c;
+    }
     if (cut == 0)
         return;
+    // An outermost region's open boundary is the ocean: sea that does not reach it, or
+    // mostly does not, is what depths read as heights give (the sea floor becomes hills
+    // and the land a basin).
+    if (r.record.BaseRegionNo == 0 && cut * 2 > sea) {
+        const std::string sign =
+            openEdge == 0 ? StringPrintf("its sea does not reach its open boundary: all %zu "
+                                         "cells below the tide level are cut off from it",
+                                         sea)
+                          : StringPrintf("%zu of its %zu cells below the tide level are cut off "
+                                         "from its open boundary",
+                                         cut, sea);
+        report.Add(Level::Warning, r.record.RegionNo,
+                   StringPrintf("%s: %s and become land in the run's land map. The topography "
+                                "looks upside down, depths read as heights: if the source "
+                                "holds depths positive down, remake the grid with "
+                                "`seaforge-prep grid --depth-positive`",
+                                RegionLabel(r.record).c_str(), sign.c_str()));
+        return;
+    }
     const int i = static_cast<int>(first % static_cast<std::size_t>(t.nx));
     const int j = static_cast<int>(first / static_cast<std::size_t>(t.nx));
     report.Add(Level::Warning, r.record.RegionNo,
@@ -339,8 +373,10 @@ void CheckLandMap(Report& report, const RegionReport& r, int tideLevel) {
 }
 
 // Station and coastal point lists: what the run cannot read, points it drops because no
-// region of their system holds them, and lists that write one shapefile name.
-void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool coastal) {
+// region of their system holds them, points whose cell is land, and lists that write one
+// shapefile name.
+void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool coastal,
+                     int tideLevel) {
     const char* what = coastal ? "coastal point" : "station";
     const int code = coastal ? 17 : 7;
     std::map<int, std::string> shapefileOwner;
@@ -369,8 +405,20 @@ void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool
                                                : "cannot be read") + RunStops(code));
             continue;
         }
+        // A region of the list's system without its grid may hold any of its points:
+        // nothing is said of them then, its missing grid is the finding.
+        bool allRead = true;
+        for (const RegionReport& r : report.regions)
+            allRead = allRead && (r.topography || r.record.EPSG != rec.EPSG);
+        if (!allRead)
+            continue;
         for (const PosXY& point : list.points) {
             bool held = false;
+            // The cell the run takes the point's water from: a station's in the
+            // highest-numbered region holding it, a coastal point's in the highest-numbered
+            // region of its system, if that holds it.
+            const RegionReport* cellRegion = nullptr;
+            PosIJ cell;
             for (RegionReport& r : report.regions) {
                 if (!r.topography || r.topography->epsg != rec.EPSG)
                     continue;
@@ -380,15 +428,36 @@ void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool
                 const std::size_t before = fitted.size();
                 r.topography->FitPointToRegion(point.x, point.y, point.name,
                                                coastal ? EXTRACT_POINT : STATION_POINT);
-                held = held || fitted.size() > before;
+                const bool here = fitted.size() > before;
+                held = held || here;
+                if (here) {
+                    cellRegion = &r;
+                    cell = fitted.back();
+                } else if (coastal) {
+                    cellRegion = nullptr;
+                }
                 fitted.resize(before);
             }
-            if (!held)
+            if (!held) {
                 report.Add(Level::Warning, 0,
                            StringPrintf("%s %s (%.10g, %.10g) of %s lies outside every region of "
                                         "EPSG %d: the run drops it",
                                         what, point.name.c_str(), point.x, point.y,
                                         rec.FileName.c_str(), rec.EPSG));
+                continue;
+            }
+            if (cellRegion == nullptr)
+                continue;
+            const double elevation = cellRegion->topography->grid(cell.i, cell.j);
+            if (std::isfinite(elevation) && !IsBelowTide(elevation, tideLevel))
+                report.Add(Level::Warning, cellRegion->record.RegionNo,
+                           StringPrintf("%s %s (%.10g, %.10g) of %s lies on land: its cell (%d, "
+                                        "%d) in %s holds %.6g m, above the tide level (%g m); "
+                                        "move it onto a sea cell, or check its coordinates",
+                                        what, point.name.c_str(), point.x, point.y,
+                                        rec.FileName.c_str(), cell.i + 1, cell.j + 1,
+                                        RegionLabel(cellRegion->record).c_str(), elevation,
+                                        tideLevel * 0.01));
         }
     }
 }
@@ -433,26 +502,6 @@ void ReportSideFile(Report& report, int cause, const char* what, const std::stri
                        RunStops(code));
 }
 
-// What the time step reads of a topography, without its cells: the suggestion below tries
-// the whole block several times, and a grid may hold tens of millions of cells.
-Region StepView(const Region& t) {
-    Region view;
-    view.type = t.type;
-    view.regionName = t.regionName;
-    view.regionNo = t.regionNo;
-    view.baseRegionNo = t.baseRegionNo;
-    view.epsg = t.epsg;
-    view.coordType = t.coordType;
-    view.gridSize = t.gridSize;
-    view.nx = t.nx;
-    view.ny = t.ny;
-    view.org_x = t.org_x;
-    view.org_y = t.org_y;
-    view.valMin = t.valMin;
-    view.valMax = t.valMax;
-    return view;
-}
-
 Report BuildReport(const CheckOptions& o) {
     Report report;
     report.project = o.project;
@@ -463,10 +512,12 @@ Report BuildReport(const CheckOptions& o) {
         report.Add(Level::Error, 0, std::string(e.what()));
         return report;
     }
-    if (const int rule = project.checkXMLRule())
+    const int rule = project.checkXMLRule();
+    if (rule != 0)
         report.Add(Level::Error, 0,
                    "the project is incomplete: " + Trimmed(QuorXmlParameter::checkXMLDetail(rule)) +
                        RunStops(1));
+    const std::optional<int> invalidRegion = CheckRegionElements(report, project, rule);
 
     for (const XML_FAULT& rec : project.Faults) {
         Fault fault(rec);
@@ -500,6 +551,24 @@ Report BuildReport(const CheckOptions& o) {
         RegionReport r;
         r.record = rec;
         const std::string label = RegionLabel(rec);
+        std::error_code error;
+        if ((invalidRegion && *invalidRegion == regionNo) || rec.Topography.FileName.empty()) {
+            // Its record is what is wrong (the run's validation says so); what its grid
+            // would give follows from that.
+            report.regions.push_back(std::move(r));
+            continue;
+        }
+        if (!std::filesystem::exists(rec.Topography.FileName, error) && !error) {
+            report.Add(Level::Error, regionNo,
+                       StringPrintf("%s has no grid yet: %s does not exist; make it with "
+                                    "`seaforge-prep grid %s --region %d --bounds XMIN YMIN XMAX "
+                                    "YMAX SOURCE...`",
+                                    label.c_str(), rec.Topography.FileName.c_str(),
+                                    o.project.c_str(), regionNo) +
+                           RunStops(3));
+            report.regions.push_back(std::move(r));
+            continue;
+        }
         std::string why;
         Region topography = ReadRegionGrid(TPG_R, rec, why);
         if (!why.empty()) {
@@ -517,6 +586,8 @@ Report BuildReport(const CheckOptions& o) {
         const XML_REGION& rec = r.record;
         const std::string label = RegionLabel(rec);
         std::string why;
+        CheckSystem(report, r);
+        CheckFileSpacing(report, r);
         CheckValues(report, r, label);
         if (rec.BaseRegionNo > 0) {
             RegionReport* base = report.Find(rec.BaseRegionNo);
@@ -603,17 +674,9 @@ Report BuildReport(const CheckOptions& o) {
         if (worstCfl > o.cflLimit) {
             // CFL numbers grow with the time increment; the ratios may change with it, so
             // the suggestion is tried as the run would compute it, and lowered until it holds.
-            double suggestion = project.TimeIncrement * o.cflLimit / worstCfl;
-            for (int attempt = 0; attempt < 20; ++attempt) {
-                std::map<int, Region> trial = topographies;
-                (void)WorkOutTimeSteps(trial, suggestion, project.TimeNestingCFLLimit, false);
-                double worst = 0;
-                for (const auto& [n, t] : trial)
-                    worst = std::max(worst, t.cfl);
-                if (worst <= o.cflLimit)
-                    break;
-                suggestion *= o.cflLimit / worst * 0.999;
-            }
+            const double suggestion =
+                SuggestTimeIncrement(topographies, project.TimeIncrement * o.cflLimit / worstCfl,
+                                     project.TimeNestingCFLLimit, o.cflLimit);
             for (const auto& [regionNo, t] : topographies)
                 if (t.cfl > o.cflLimit)
                     report.Add(Level::Warning, regionNo,
@@ -628,8 +691,11 @@ Report BuildReport(const CheckOptions& o) {
         }
     }
 
-    CheckPointLists(report, project.StationPos, false);
-    CheckPointLists(report, project.ExtractPoints, true);
+    for (const RegionReport& r : report.regions)
+        if (r.topography)
+            CheckDryRegion(report, r, tide);
+    CheckPointLists(report, project.StationPos, false, tide);
+    CheckPointLists(report, project.ExtractPoints, true, tide);
     Estimate(report, project);
     return report;
 }

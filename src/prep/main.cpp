@@ -60,12 +60,33 @@ Examples:
 constexpr const char* kCheckFooter = R"(
 Reads the project and every grid and side file it names with the run's own readers, and
 prints a table of the regions (points, spacing, extents, values, time step, step ratio and
-CFL number as the run computes them) and the findings: "error" where the run will stop,
-with its reason; "warning" where the run succeeds but the result is suspect (CFL above the
-limit, NaN or nodata markers in grids, nested cells that do not fall on their base's
-cells, depths that jump at a nested boundary, sea cells the land map cuts off, points
-outside every region, lists writing one shapefile). Exit status: 0 no finding, 1 an
-error, 2 only warnings.
+CFL number as the run computes them) and the findings, one line each with a fix.
+
+Errors, where the run will stop (with its reason): a missing element (naming the region
+and a misspelt element), a region with no grid yet, unreadable grids and side files,
+grids off the topography's points, a refused nesting, a time step that cannot be computed.
+
+Warnings, where the run succeeds but the result is suspect:
+  CFL number above the limit, with the TimeIncrement (4 digits, rounded down) that clears it
+  a region with no cell below the tide level (CFL "-nan", time ratio 1)
+  a spacing or extent that cannot be degrees in EPSG 4326 or 4612
+  a code PROJ knows as degrees that the run reads as metres (6668, 4269, 4258, ...)
+  a plane region whose numbers look like degrees
+  a JGD2000 plane region outside its zone's area of use, with the zones that cover it
+  a region element that looks misspelt
+  a binary grid whose header spacing differs from GridSize
+  a grid of one value
+  values deeper than 11000 m or higher than 9000 m (feet? --z-scale 0.3048)
+  an outer region whose sea misses its open boundary (depths as heights? --depth-positive)
+  NaN, infinity and nodata markers in grids
+  nested cells off their base's cells, or a spacing that does not divide the base's
+  depths that jump at a nested boundary
+  a nesting across systems the run accepts only by reading a code as another
+  sea cells the land map cuts off
+  stations and coastal points outside every region, or on land
+  two point lists writing one shapefile
+
+Exit status: 0 no finding, 1 an error, 2 only warnings.
 )";
 
 // "10%,5", "10%" or "5": the share of the local depth and the metres.

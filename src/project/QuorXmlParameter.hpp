@@ -111,7 +111,9 @@ class QuorXmlParameter {
     void readTsunamiCalcSetting(const Node* node);
     void readLayerSet(const Node* node);
     void readRegion(const Node* node);
-    void readFileSetting(const Node* node, XML_FILESETTING& setting);
+    // Names of children it does not know go to `unknown`, as "<path>/<name>".
+    void readFileSetting(const Node* node, XML_FILESETTING& setting, const std::string& path,
+                         std::vector<std::string>& unknown);
     void readCalcOutputSetting(const Node* node);
     void readStation(const Node* node, std::vector<XML_STATION>& list);
     void readGeotiffSetting(const Node* node);

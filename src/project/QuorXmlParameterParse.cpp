@@ -429,6 +429,7 @@ void QuorXmlParameter::readRegion(const Node* node) {
     region.ConstructionLineData.FileName.clear();
     region.LandMap.FileName.clear();
     region.RoughnessCoefficient.UniformValue = 0.025;
+    region.UnknownElements.clear();
 
     ForEachElement(node, [this, &region](const std::string& name, const DOMNode* child) {
         if (parseTarget(name, child, "RegionNo", region.RegionNo) ||
@@ -440,25 +441,30 @@ void QuorXmlParameter::readRegion(const Node* node) {
             parseTarget(name, child, "DispersiveTerm", region.DispersiveTerm))
             return;
         if (name == "Topography") {
-            readFileSetting(child, region.Topography);
+            readFileSetting(child, region.Topography, name, region.UnknownElements);
         } else if (name == "RoughnessCoefficient") {
-            readFileSetting(child, region.RoughnessCoefficient);
+            readFileSetting(child, region.RoughnessCoefficient, name, region.UnknownElements);
         } else if (name == "WaveHeight") {
             HasInitialWaveHeight = true;
-            readFileSetting(child, region.WaveHeight);
+            readFileSetting(child, region.WaveHeight, name, region.UnknownElements);
         } else if (name == "ConstructionLineData") {
-            readFileSetting(child, region.ConstructionLineData);
+            readFileSetting(child, region.ConstructionLineData, name, region.UnknownElements);
         } else if (name == "LandMap") {
-            readFileSetting(child, region.LandMap);
+            readFileSetting(child, region.LandMap, name, region.UnknownElements);
+        } else {
+            region.UnknownElements.push_back(name);
         }
     });
     Regions.emplace(region.RegionNo, region); // a number already present keeps the first
 }
 
-void QuorXmlParameter::readFileSetting(const Node* node, XML_FILESETTING& setting) {
-    ForEachElement(node, [this, &setting](const std::string& name, const DOMNode* child) {
-        (parseTarget(name, child, "FileName", setting.FileName) ||
-               parseTarget(name, child, "UniformValue", setting.UniformValue));
+void QuorXmlParameter::readFileSetting(const Node* node, XML_FILESETTING& setting,
+                                       const std::string& path,
+                                       std::vector<std::string>& unknown) {
+    ForEachElement(node, [&](const std::string& name, const DOMNode* child) {
+        if (!parseTarget(name, child, "FileName", setting.FileName) &&
+            !parseTarget(name, child, "UniformValue", setting.UniformValue))
+            unknown.push_back(path + "/" + name);
     });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // Plain records of the XML project file. Every field carries the name of the element that
 // fills it, so the code and the project file speak one vocabulary. Units follow the file:
@@ -25,6 +26,9 @@ struct XML_REGION {
     XML_FILESETTING WaveHeight;
     XML_FILESETTING ConstructionLineData;
     XML_FILESETTING LandMap;
+    // Child elements the reader does not know and passes over ("GridSise",
+    // "Topography/FileNmae"), in file order, so that a misspelt one can be named.
+    std::vector<std::string> UnknownElements;
 };
 
 struct XML_LAYER {

@@ -308,6 +308,7 @@ TEST(PrepOverview, GeoPackageReadBackThroughOgr) {
     OGRFeatureUniquePtr fault(ds->GetLayerByName("faults")->GetNextFeature());
     EXPECT_STREQ(fault->GetFieldAsString("name"), "F1");
     EXPECT_DOUBLE_EQ(fault->GetFieldAsDouble("slip"), 1.5);
+    EXPECT_EQ(fault->GetFieldAsInteger("segment"), 1); // counted from 1, as the messages do
 }
 
 TEST(PrepOverview, WhatTheRunWouldRefuseIsLeftOutOrNoted) {

@@ -142,3 +142,18 @@ inline Region ReadBack(const std::string& path, double gridSize = 0) {
     EXPECT_EQ(grid.LoadFile(values), 0) << path;
     return grid;
 }
+
+// A text grid as the run reads it: nx x ny points from (orgX, orgY), value(i, j) with
+// j = 0 at the south.
+inline std::string GridText(int nx, int ny, double orgX, double orgY,
+                            const std::function<double(int, int)>& value) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%d %d\n%.12g %.12g\n", nx, ny, orgX, orgY);
+    std::string text = line;
+    for (int j = 0; j < ny; ++j)
+        for (int i = 0; i < nx; ++i) {
+            std::snprintf(line, sizeof line, "%.10g%s", value(i, j), i + 1 == nx ? "\n" : " ");
+            text += line;
+        }
+    return text;
+}
