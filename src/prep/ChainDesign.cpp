@@ -1,0 +1,546 @@
+#include "prep/ChainDesign.hpp"
+
+#include "prep/Plan.hpp"
+#include "prep/PrepError.hpp"
+#include "prep/ProjectFiles.hpp"
+#include "project/Console.hpp"
+#include "projection/MapProjection.hpp"
+#include "region/Region.hpp"
+#include "region/TimeSteps.hpp"
+
+#include <proj.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <map>
+#include <memory>
+
+namespace {
+
+constexpr double kPi = 3.141592653589793;
+// The run's sphere: a degree of latitude, and of longitude on the equator.
+constexpr double kMetresPerDegree = 6371000.0 * kPi / 180.0;
+constexpr int kLeastCells = 100; // a side of any region
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// A spacing as the decimal a modeller reads and the project holds: mantissa × 10^exponent,
+// so that multiplying by the ratio stays exact in the text the run parses.
+struct Decimal {
+    std::int64_t mantissa = 0;
+    int exponent = 0;
+    [[nodiscard]] std::string Text() const {
+        std::string digits = std::to_string(mantissa);
+        if (exponent >= 0)
+            return digits + std::string(static_cast<std::size_t>(exponent), '0');
+        const std::size_t decimals = static_cast<std::size_t>(-exponent);
+        if (digits.size() <= decimals)
+            digits.insert(0, decimals - digits.size() + 1, '0');
+        digits.insert(digits.size() - decimals, ".");
+        return digits;
+    }
+    [[nodiscard]] double Value() const { return std::strtod(Text().c_str(), nullptr); }
+    [[nodiscard]] Decimal Times(std::int64_t factor) const { return {mantissa * factor, exponent}; }
+};
+
+// `value` to `significant` digits, to the nearest.
+Decimal Rounded(double value, int significant) {
+    int exponent = static_cast<int>(std::floor(std::log10(value))) - (significant - 1);
+    std::int64_t m = std::llround(value / std::pow(10.0, exponent));
+    if (m < 1)
+        m = 1;
+    return {m, exponent};
+}
+
+// The decimal the text of `value` shows, exactly.
+Decimal Exact(double value) {
+    const std::string text = ShortestDecimal(value);
+    const std::size_t point = text.find('.');
+    Decimal d;
+    if (point == std::string::npos) {
+        d.mantissa = std::atoll(text.c_str());
+        return d;
+    }
+    d.mantissa = std::atoll((text.substr(0, point) + text.substr(point + 1)).c_str());
+    d.exponent = -static_cast<int>(text.size() - point - 1);
+    return d;
+}
+
+// Twelve significant digits: cell edges that are whole multiples of a decimal spacing
+// read as that decimal, not its binary neighbour.
+double Tidy(double v) { return std::strtod(StringPrintf("%.12g", v).c_str(), nullptr); }
+
+// The run's projection service between its geographic system and one plane system.
+class ServicePair {
+  public:
+    ServicePair(int geoEpsg, int planeEpsg) {
+        SetMapProjectionNotices(false);
+        if (mapproject_initialize_using_epsg_(geoEpsg, planeEpsg) == nullptr) {
+            mapproject_finalize_();
+            throw PrepError(StringPrintf("the run's projection service cannot set up EPSG %d",
+                                         planeEpsg));
+        }
+    }
+    ~ServicePair() { mapproject_finalize_(); }
+    ServicePair(const ServicePair&) = delete;
+    ServicePair& operator=(const ServicePair&) = delete;
+
+    void ToPlane(std::vector<double>& a, std::vector<double>& b) const {
+        const std::int32_t n = static_cast<std::int32_t>(a.size());
+        if (ll2xy_(&n, a.data(), b.data(), a.data(), b.data()) != 0)
+            throw PrepError("the run's projection service cannot convert the chain's corners");
+    }
+    void ToLonLat(std::vector<double>& a, std::vector<double>& b) const {
+        const std::int32_t n = static_cast<std::int32_t>(a.size());
+        std::vector<double> x = a;
+        std::vector<double> y = b;
+        if (xy2ll_(&n, a.data(), b.data(), x.data(), y.data()) != 0)
+            throw PrepError("the run's projection service cannot convert the chain's corners");
+    }
+};
+
+// Points along the edges of a box, 16 a side.
+void EdgePoints(const Bounds& b, std::vector<double>& xs, std::vector<double>& ys) {
+    xs.clear();
+    ys.clear();
+    constexpr int kSteps = 16;
+    for (int s = 0; s <= kSteps; ++s) {
+        const double f = static_cast<double>(s) / kSteps;
+        const double x = b[0] + f * (b[2] - b[0]);
+        const double y = b[1] + f * (b[3] - b[1]);
+        xs.insert(xs.end(), {x, x, b[0], b[2]});
+        ys.insert(ys.end(), {b[1], b[3], y, y});
+    }
+}
+
+Bounds BoxOf(const std::vector<double>& xs, const std::vector<double>& ys) {
+    Bounds out = {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity(),
+                  -std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()};
+    for (std::size_t k = 0; k < xs.size(); ++k) {
+        if (!std::isfinite(xs[k]) || !std::isfinite(ys[k]))
+            throw PrepError("the run's projection service cannot convert the chain's corners");
+        out = {std::min(out[0], xs[k]), std::min(out[1], ys[k]), std::max(out[2], xs[k]),
+               std::max(out[3], ys[k])};
+    }
+    return out;
+}
+
+// A box carried from one system to another (degrees to a plane system, or back), as the
+// box holding its edges; both systems are the geographic one or `zone`.
+Bounds Carry(const Bounds& b, int from, int to, int zone) {
+    if (IsGeographic(from) == IsGeographic(to))
+        return b;
+    std::vector<double> xs;
+    std::vector<double> ys;
+    EdgePoints(b, xs, ys);
+    const ServicePair service(4612, zone);
+    if (IsGeographic(from))
+        service.ToPlane(xs, ys);
+    else
+        service.ToLonLat(xs, ys);
+    return BoxOf(xs, ys);
+}
+
+// Outward to whole multiples of `unit`.
+Bounds Snap(const Bounds& b, double unit) {
+    const auto down = [unit](double v) {
+        const double k = v / unit;
+        return std::fabs(k - std::round(k)) < 1e-9 ? std::round(k) : std::floor(k);
+    };
+    const auto up = [unit](double v) {
+        const double k = v / unit;
+        return std::fabs(k - std::round(k)) < 1e-9 ? std::round(k) : std::ceil(k);
+    };
+    return {Tidy(down(b[0]) * unit), Tidy(down(b[1]) * unit), Tidy(up(b[2]) * unit),
+            Tidy(up(b[3]) * unit)};
+}
+
+// At least kLeastCells of `spacing` a side, widened about its centre.
+Bounds Widened(Bounds b, double spacing) {
+    const double least = kLeastCells * spacing;
+    for (int axis = 0; axis < 2; ++axis) {
+        const double size = b[axis + 2] - b[axis];
+        if (size < least) {
+            b[axis] -= 0.5 * (least - size);
+            b[axis + 2] += 0.5 * (least - size);
+        }
+    }
+    return b;
+}
+
+Bounds Padded(const Bounds& b, double pad) { return {b[0] - pad, b[1] - pad, b[2] + pad, b[3] + pad}; }
+
+bool Inside(const Bounds& inner, const Bounds& outer) {
+    return inner[0] >= outer[0] && inner[1] >= outer[1] && inner[2] <= outer[2] &&
+           inner[3] <= outer[3];
+}
+
+double Cells(const Bounds& b, double spacing) {
+    return std::round((b[2] - b[0]) / spacing) * std::round((b[3] - b[1]) / spacing);
+}
+
+// The region as the run's Region holds it, for its time-step and nesting code.
+Region RunRegion(const ChainRow& row) {
+    XML_REGION record;
+    record.RegionNo = row.number;
+    record.RegionName = row.name;
+    record.BaseRegionNo = row.base;
+    record.EPSG = row.epsg;
+    record.GridSize = row.spacing;
+    Region r(TPG_R, record);
+    r.Set2dStruct(row.grid.nx, row.grid.ny, row.grid.orgX, row.grid.orgY);
+    r.valMin = row.lowest;
+    return r;
+}
+
+// Whether the run's nesting check accepts `row` in `base` (geometry only).
+bool NestingAccepts(const ChainRow& row, const ChainRow& base) {
+    SetMapProjectionNotices(false);
+    const Region r = RunRegion(row);
+    return r.ComprisableReason(base.epsg, base.grid.orgX, base.grid.orgY, base.grid.spacing,
+                               base.grid.nx, base.grid.ny) == 0;
+}
+
+Bounds LonLatOf(const ChainRow& row, int zone) {
+    return Carry(CellEdges(row.grid), row.epsg, 4326, zone);
+}
+
+// The shallowest water along the box's boundary cells (positive metres), NaN when none
+// is water, and how many of its water points lie deeper than `depth`.
+struct EdgeWater {
+    double shallowest = kNaN;
+    int water = 0;
+    int deep = 0;
+    int data = 0;
+};
+EdgeWater WaterAlong(const Terrain& terrain, double x0, double y0, double x1, double y1,
+                     double depth) {
+    EdgeWater w;
+    constexpr int kSteps = 100;
+    for (int s = 0; s <= kSteps; ++s) {
+        const double f = static_cast<double>(s) / kSteps;
+        const double v = terrain.ElevationAt(x0 + f * (x1 - x0), y0 + f * (y1 - y0));
+        if (!std::isfinite(v))
+            continue;
+        ++w.data;
+        if (v < 0) {
+            ++w.water;
+            if (-v > depth)
+                ++w.deep;
+            if (!(-v >= w.shallowest))
+                w.shallowest = -v;
+        }
+    }
+    return w;
+}
+
+// The four sides of a degree box as lines through its boundary cells' centres.
+EdgeWater SideWater(const Terrain& terrain, const Bounds& b, double s, int side, double depth) {
+    const double h = 0.5 * s;
+    switch (side) {
+    case 0: return WaterAlong(terrain, b[0] + h, b[1] + h, b[0] + h, b[3] - h, depth); // west
+    case 1: return WaterAlong(terrain, b[0] + h, b[1] + h, b[2] - h, b[1] + h, depth); // south
+    case 2: return WaterAlong(terrain, b[2] - h, b[1] + h, b[2] - h, b[3] - h, depth); // east
+    default: return WaterAlong(terrain, b[0] + h, b[3] - h, b[2] - h, b[3] - h, depth); // north
+    }
+}
+
+const char* const kSideNames[] = {"western", "southern", "eastern", "northern"};
+
+std::string RegionName(int level, int levels) {
+    if (level == 0)
+        return "Outer";
+    if (level == levels - 1)
+        return "Site";
+    return StringPrintf("Nest%d", level);
+}
+
+} // namespace
+
+int JapanZone(double lon, double lat, Bounds* areaOfUse) {
+    PJ_CONTEXT* ctx = proj_context_create();
+    proj_log_level(ctx, PJ_LOG_NONE);
+    int best = 0;
+    double bestArea = std::numeric_limits<double>::infinity();
+    for (int code = 2443; code <= 2461; ++code) {
+        PJ* crs = proj_create_from_database(ctx, "EPSG", std::to_string(code).c_str(),
+                                            PJ_CATEGORY_CRS, 0, nullptr);
+        double w = 0, s = 0, e = 0, n = 0;
+        const bool known = crs != nullptr &&
+                           proj_get_area_of_use(ctx, crs, &w, &s, &e, &n, nullptr) != 0;
+        proj_destroy(crs);
+        if (!known || lon < w || lon > e || lat < s || lat > n)
+            continue;
+        const double area = (e - w) * (n - s);
+        if (area < bestArea) {
+            bestArea = area;
+            best = code;
+            if (areaOfUse != nullptr)
+                *areaOfUse = {w, s, e, n};
+        }
+    }
+    proj_context_destroy(ctx);
+    return best;
+}
+
+void WorkOutRowSteps(std::vector<ChainRow>& rows, double timeIncrement, double cflLimit) {
+    std::map<int, Region> regions;
+    for (const ChainRow& row : rows)
+        regions.emplace(row.number, RunRegion(row));
+    const TimeStepOutcome outcome = WorkOutTimeSteps(regions, timeIncrement, cflLimit, false);
+    if (outcome.failed)
+        throw PrepError(StringPrintf("the run cannot work out the time step of region %d "
+                                     "(reason %d)",
+                                     outcome.regionNo, outcome.reason));
+    for (ChainRow& row : rows) {
+        const Region& r = regions.at(row.number);
+        row.dxMeter = r.dxMeter;
+        row.dt = r.dt;
+        row.stepRatio = r.stepRatio;
+        row.cfl = r.cfl;
+    }
+}
+
+double LargestTimeIncrement(const std::vector<ChainRow>& rows, double cflLimit) {
+    // With every ratio 1 each region's CFL number is the time increment times its own
+    // Courant rate, and a region's step is never below the time increment: so no larger
+    // increment than the limit over the fastest rate can do.
+    std::vector<ChainRow> trial = rows;
+    WorkOutRowSteps(trial, 1.0, 0.0);
+    double fastest = 0;
+    for (const ChainRow& row : trial)
+        if (std::isfinite(row.cfl))
+            fastest = std::max(fastest, row.cfl);
+    if (!(fastest > 0))
+        return 1.0; // no water anywhere: nothing limits the step
+    Decimal d = Rounded(cflLimit / fastest, 3);
+    if (d.mantissa > 999) {
+        d.mantissa /= 10;
+        ++d.exponent;
+    }
+    while (d.Value() > cflLimit / fastest)
+        --d.mantissa;
+    for (int attempt = 0; attempt < 100000 && d.mantissa > 0; ++attempt) {
+        WorkOutRowSteps(trial, d.Value(), cflLimit);
+        bool holds = true;
+        for (const ChainRow& row : trial)
+            if (row.cfl > cflLimit)
+                holds = false;
+        if (holds)
+            return d.Value();
+        if (--d.mantissa < 100) {
+            d.mantissa = 999;
+            --d.exponent;
+        }
+    }
+    throw PrepError("no time increment keeps every region's CFL number within the limit");
+}
+
+double MarginInBase(const ChainRow& row, const ChainRow& base) {
+    const Bounds b = CellEdges(base.grid);
+    Bounds own = CellEdges(row.grid);
+    if (IsGeographic(row.epsg) != IsGeographic(base.epsg))
+        own = Carry(own, row.epsg, base.epsg, IsGeographic(row.epsg) ? base.epsg : row.epsg);
+    const double s = base.grid.spacing;
+    return std::min({(own[0] - b[0]) / s, (own[1] - b[1]) / s, (b[2] - own[2]) / s,
+                     (b[3] - own[3]) / s});
+}
+
+ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
+    if (rules.ratio < 2)
+        throw PrepError(StringPrintf("the ratio must be 2 or more, not %d", rules.ratio));
+    if (!(rules.finest >= 0.5))
+        throw PrepError(StringPrintf("a finest spacing of %g m is below 0.5 m", rules.finest));
+    if (rules.outerSpacing > 0 && rules.outerSpacing < rules.finest)
+        throw PrepError(StringPrintf("the finest spacing %g m is coarser than the outer spacing "
+                                     "%g m",
+                                     rules.finest, rules.outerSpacing));
+    int levels = rules.levels;
+    if (levels == 0) {
+        const double outer = rules.outerSpacing > 0 ? rules.outerSpacing : rules.sourceMetres;
+        levels = 2;
+        while (levels < 8 && rules.finest * std::pow(rules.ratio, levels - 1) < outer * 0.999)
+            ++levels;
+    }
+    if (levels < 1 || levels > 12)
+        throw PrepError(StringPrintf("a chain of %d levels cannot be made (1 to 12)", levels));
+
+    ChainDesign design;
+    Bounds zoneArea{};
+    design.zone = JapanZone(rules.siteLon, rules.siteLat, &zoneArea);
+    const int geographic = design.zone != 0 ? 4612 : 4326;
+    if (design.zone == 0)
+        design.notes.push_back("every region is geographic (EPSG 4326): outside Japan the run's "
+                               "projection service converts plane systems as UTM zone 54 only");
+    const double cosLat = std::cos(rules.siteLat * kPi / 180.0);
+    const Decimal finestMetres = Exact(rules.finest);
+
+    // Finest first: each region holds the one inside it with the margin to spare.
+    std::vector<ChainRow> rows(static_cast<std::size_t>(levels));
+    std::vector<Decimal> spacing(rows.size());
+    for (int k = levels - 1; k >= 0; --k) {
+        ChainRow& row = rows[static_cast<std::size_t>(k)];
+        const bool finest = k == levels - 1;
+        const ChainRow* child = finest ? nullptr : &rows[static_cast<std::size_t>(k + 1)];
+        std::int64_t factor = 1;
+        for (int n = 0; n < levels - 1 - k; ++n)
+            factor *= rules.ratio;
+        const auto boxIn = [&](int epsg, double s, bool outermost) {
+            Bounds need;
+            double pad;
+            if (finest) {
+                need = Carry(rules.interest, 4326, epsg, design.zone);
+                pad = 10 * s;
+            } else {
+                need = Carry(CellEdges(child->grid), child->epsg, epsg, design.zone);
+                pad = rules.margin * s;
+            }
+            return Snap(Widened(Padded(need, pad), s), outermost ? s : s * rules.ratio);
+        };
+        bool placed = false;
+        if (design.zone != 0 && k > 0 && (finest || !IsGeographic(child->epsg))) {
+            spacing[static_cast<std::size_t>(k)] = finestMetres.Times(factor);
+            const double s = spacing[static_cast<std::size_t>(k)].Value();
+            const Bounds box = boxIn(design.zone, s, false);
+            if (Inside(Carry(box, design.zone, 4326, design.zone), zoneArea)) {
+                row.epsg = design.zone;
+                row.spacing = s;
+                row.grid = CoverBounds(box, s);
+                placed = true;
+            }
+        }
+        if (!placed) {
+            Decimal& d = spacing[static_cast<std::size_t>(k)];
+            if (finest)
+                d = Rounded(rules.finest / (kMetresPerDegree * cosLat), 1);
+            else if (IsGeographic(child->epsg))
+                d = spacing[static_cast<std::size_t>(k + 1)].Times(rules.ratio);
+            else
+                d = Rounded(rules.ratio * child->spacing / (kMetresPerDegree * cosLat), 2);
+            row.epsg = geographic;
+            row.spacing = d.Value();
+            row.grid = CoverBounds(boxIn(geographic, row.spacing, k == 0), row.spacing);
+            // Across systems the run looks for the corners among the base's points: widen
+            // until its own check finds them all.
+            for (int grow = 0; child != nullptr && !IsGeographic(child->epsg) && grow < 50 &&
+                               !NestingAccepts(*child, row);
+                 ++grow) {
+                Bounds b = CellEdges(row.grid);
+                b = Padded(b, row.spacing * (k == 0 ? 1 : rules.ratio));
+                row.grid = CoverBounds(b, row.spacing);
+            }
+        }
+        row.number = k + 1;
+        row.base = k;
+        row.name = RegionName(k, levels);
+    }
+
+    const auto totalCells = [&] {
+        double cells = 0;
+        for (const ChainRow& row : rows)
+            cells += double(row.grid.nx) * row.grid.ny;
+        return cells;
+    };
+    if (totalCells() > rules.maxCells)
+        throw PrepError(StringPrintf("the chain needs %.0f cells, more than --max-cells %.0f: "
+                                     "ask for a coarser --finest, a smaller area or more --levels",
+                                     totalCells(), rules.maxCells));
+
+    // The outer region reaches deep water on every side where the data and the cell budget
+    // allow: a side is far enough once most of its water lies deeper than outerDepth.
+    ChainRow& outer = rows.front();
+    const double s = outer.spacing;
+    const Bounds data = terrain.DataExtent();
+    Bounds box = CellEdges(outer.grid);
+    bool stopped[4] = {false, false, false, false};
+    const char* why[4] = {"", "", "", ""};
+    for (int round = 0; round < 200; ++round) {
+        bool moved = false;
+        for (int side = 0; side < 4; ++side) {
+            if (stopped[side])
+                continue;
+            const EdgeWater w = SideWater(terrain, box, s, side, rules.outerDepth);
+            if (w.water == 0 || 2 * w.deep >= w.water)
+                continue;
+            const bool low = side < 2;
+            const int axis = side % 2;
+            if (low ? box[axis] <= data[axis] : box[axis + 2] >= data[axis + 2]) {
+                stopped[side] = true;
+                why[side] = "the data end there";
+                continue;
+            }
+            const double size = box[axis + 2] - box[axis];
+            const double step = std::max(1.0, std::round(0.1 * size / s)) * s;
+            Bounds next = box;
+            if (low)
+                next[axis] = Tidy(next[axis] - step);
+            else
+                next[axis + 2] = Tidy(next[axis + 2] + step);
+            if (totalCells() - Cells(box, s) + Cells(next, s) > rules.maxCells) {
+                stopped[side] = true;
+                why[side] = "the cell budget (--max-cells) ends there";
+                continue;
+            }
+            box = next;
+            moved = true;
+        }
+        if (!moved)
+            break;
+    }
+    outer.grid = CoverBounds(box, s);
+    for (int side = 0; side < 4; ++side) {
+        const EdgeWater w = SideWater(terrain, box, s, side, rules.outerDepth);
+        if (w.water > 0 && 2 * w.deep < w.water)
+            design.warnings.push_back(StringPrintf(
+                "region 1 (Outer): its %s boundary reaches water only %.0f m deep at its "
+                "shallowest, most of it shallower than %g m: %s",
+                kSideNames[side], w.shallowest, rules.outerDepth,
+                stopped[side] ? why[side] : "it stopped growing"));
+    }
+
+    for (std::size_t k = 0; k < rows.size(); ++k) {
+        ChainRow& row = rows[k];
+        const Bounds lonLat = LonLatOf(row, design.zone);
+        row.lowest = terrain.LowestIn(lonLat);
+        double shallowest = kNaN;
+        for (int side = 0; side < 4; ++side) {
+            const double h = 0.5 * (IsGeographic(row.epsg) ? row.spacing : row.spacing / kMetresPerDegree);
+            const EdgeWater w = SideWater(terrain, lonLat, 2 * h, side, rules.outerDepth);
+            if (std::isfinite(w.shallowest))
+                shallowest = std::isnan(shallowest) ? w.shallowest : std::min(shallowest, w.shallowest);
+        }
+        row.shallowestEdge = shallowest;
+        row.marginCells = k == 0 ? kNaN : MarginInBase(row, rows[k - 1]);
+        if (!std::isfinite(row.lowest))
+            throw PrepError(StringPrintf("region %d (%s) lies where the coarsest source holds "
+                                         "no data",
+                                         row.number, row.name.c_str()));
+    }
+    design.timeIncrement = LargestTimeIncrement(rows, rules.cfl);
+    WorkOutRowSteps(rows, design.timeIncrement, rules.cfl);
+    design.rows = std::move(rows);
+    return design;
+}
+
+std::string ChainTable(const std::vector<ChainRow>& rows) {
+    std::string out = StringPrintf(
+        "%3s  %-8s %5s  %-12s %10s  %11s  %-46s %9s %8s %5s %6s %9s %7s\n", "no", "name", "EPSG",
+        "spacing", "metres", "points", "extent (cell edges, own system)", "deepest", "dt [s]",
+        "ratio", "CFL", "edge min", "margin");
+    for (const ChainRow& r : rows) {
+        const Bounds e = CellEdges(r.grid);
+        const int digits = IsGeographic(r.epsg) ? 6 : 0;
+        out += StringPrintf(
+            "%3d  %-8s %5d  %-12s %10.1f  %5d x %-5d  %-46s %9.1f %8.4g %5d %6.3f %9s %7s\n",
+            r.number, r.name.c_str(), r.epsg, ShortestDecimal(r.spacing).c_str(),
+            double{r.dxMeter}, r.grid.nx, r.grid.ny,
+            StringPrintf("%.*f .. %.*f, %.*f .. %.*f", digits, e[0], digits, e[2], digits, e[1],
+                         digits, e[3])
+                .c_str(),
+            -r.lowest, r.dt, r.stepRatio, r.cfl,
+            std::isnan(r.shallowestEdge) ? "land" : StringPrintf("%.1f m", r.shallowestEdge).c_str(),
+            std::isnan(r.marginCells) ? "-" : StringPrintf("%.1f", r.marginCells).c_str());
+    }
+    return out;
+}

@@ -1,0 +1,172 @@
+#include "prep/Terrain.hpp"
+
+#include "prep/PrepError.hpp"
+#include "project/Console.hpp"
+
+#include <cpl_error.h>
+#include <cpl_string.h>
+#include <gdal_priv.h>
+#include <gdal_utils.h>
+#include <ogr_spatialref.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+
+namespace {
+
+constexpr double kMetresPerDegree = 6371000.0 * 3.141592653589793 / 180.0;
+
+struct TransformDeleter {
+    void operator()(OGRCoordinateTransformation* c) const {
+        OGRCoordinateTransformation::DestroyCT(c);
+    }
+};
+
+GDALDatasetUniquePtr OpenSource(const std::string& path) {
+    GDALAllRegister();
+    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    if (!ds)
+        throw PrepError("cannot open the elevation source " + path + " as a raster");
+    double t[6];
+    if (ds->GetGeoTransform(t) != CE_None || ds->GetSpatialRef() == nullptr)
+        throw PrepError("the elevation source " + path +
+                        " has no georeference or no coordinate system");
+    return ds;
+}
+
+} // namespace
+
+SourceFootprint DescribeSource(const std::string& path) {
+    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+    GDALDatasetUniquePtr ds = OpenSource(path);
+    double t[6];
+    (void)ds->GetGeoTransform(t); // checked by OpenSource
+    OGRSpatialReference lonLat;
+    lonLat.importFromEPSG(4326);
+    lonLat.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    OGRSpatialReference own(*ds->GetSpatialRef());
+    own.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    std::unique_ptr<OGRCoordinateTransformation, TransformDeleter> toLonLat(
+        OGRCreateCoordinateTransformation(&own, &lonLat));
+    if (!toLonLat)
+        throw PrepError("the coordinate system of " + path + " cannot be carried to degrees");
+    const int nx = ds->GetRasterXSize();
+    const int ny = ds->GetRasterYSize();
+    constexpr int kSteps = 32;
+    std::vector<double> xs;
+    std::vector<double> ys;
+    for (int s = 0; s <= kSteps; ++s) {
+        const double f = static_cast<double>(s) / kSteps;
+        const double px[4] = {f * nx, f * nx, 0.0, double(nx)};
+        const double py[4] = {0.0, double(ny), f * ny, f * ny};
+        for (int k = 0; k < 4; ++k) {
+            xs.push_back(t[0] + px[k] * t[1] + py[k] * t[2]);
+            ys.push_back(t[3] + px[k] * t[4] + py[k] * t[5]);
+        }
+    }
+    std::vector<int> ok(xs.size());
+    toLonLat->Transform(xs.size(), xs.data(), ys.data(), nullptr, ok.data());
+    SourceFootprint f;
+    f.lonLat = {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity(),
+                -std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()};
+    for (std::size_t k = 0; k < xs.size(); ++k)
+        if (ok[k] && std::isfinite(xs[k]) && std::isfinite(ys[k]))
+            f.lonLat = {std::min(f.lonLat[0], xs[k]), std::min(f.lonLat[1], ys[k]),
+                        std::max(f.lonLat[2], xs[k]), std::max(f.lonLat[3], ys[k])};
+    if (!(f.lonLat[2] > f.lonLat[0]))
+        throw PrepError("the extent of " + path + " cannot be carried to degrees");
+    const double cell = std::max(std::hypot(t[1], t[4]), std::hypot(t[2], t[5]));
+    if (own.IsGeographic()) {
+        const double lat = 0.5 * (f.lonLat[1] + f.lonLat[3]);
+        f.cellMetres = cell * kMetresPerDegree * std::max(std::cos(lat * 3.141592653589793 / 180), 0.01);
+        f.cellMetres = std::max(f.cellMetres, std::hypot(t[4], t[5]) * kMetresPerDegree);
+    } else {
+        f.cellMetres = cell * own.GetLinearUnits();
+    }
+    return f;
+}
+
+RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive) {
+    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+    GDALDatasetUniquePtr source = OpenSource(path);
+    const double cells = double(source->GetRasterXSize()) * source->GetRasterYSize();
+    CPLStringList args;
+    for (const char* a : {"-of", "MEM", "-t_srs", "EPSG:4326", "-ot", "Float32", "-dstnodata",
+                          "nan", "-r", "bilinear"})
+        args.AddString(a);
+    constexpr double kMostCells = 4e6;
+    if (cells > kMostCells) {
+        const double f = std::sqrt(cells / kMostCells);
+        args.AddString("-ts");
+        args.AddString(std::to_string(std::max(1, int(source->GetRasterXSize() / f))).c_str());
+        args.AddString(std::to_string(std::max(1, int(source->GetRasterYSize() / f))).c_str());
+    }
+    GDALWarpAppOptions* options = GDALWarpAppOptionsNew(args.List(), nullptr);
+    GDALDatasetH handle = GDALDataset::ToHandle(source.get());
+    GDALDatasetUniquePtr warped(
+        GDALDataset::FromHandle(GDALWarp("", nullptr, 1, &handle, options, nullptr)));
+    GDALWarpAppOptionsFree(options);
+    if (!warped)
+        throw PrepError("cannot carry " + path + " into longitude and latitude: " +
+                        CPLGetLastErrorMsg());
+    nx_ = warped->GetRasterXSize();
+    ny_ = warped->GetRasterYSize();
+    double t[6];
+    (void)warped->GetGeoTransform(t); // the warper always sets it
+    west_ = t[0];
+    north_ = t[3];
+    dLon_ = t[1];
+    dLat_ = -t[5];
+    cells_.resize(static_cast<std::size_t>(nx_) * ny_);
+    if (warped->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, nx_, ny_, cells_.data(), nx_, ny_,
+                                           GDT_Float32, 0, 0, nullptr) != CE_None)
+        throw PrepError("cannot read " + path);
+    // Source nodata became NaN in the warp; markers left as values are the grid command's
+    // business, the planner only needs the sea.
+    int minI = nx_, minJ = ny_, maxI = -1, maxJ = -1;
+    for (std::int32_t j = 0; j < ny_; ++j)
+        for (std::int32_t i = 0; i < nx_; ++i) {
+            float& v = cells_[static_cast<std::size_t>(j) * nx_ + i];
+            if (!std::isfinite(v))
+                continue;
+            if (depthPositive)
+                v = -v;
+            minI = std::min(minI, i);
+            maxI = std::max(maxI, i);
+            minJ = std::min(minJ, j);
+            maxJ = std::max(maxJ, j);
+        }
+    if (maxI < 0)
+        throw PrepError("the elevation source " + path + " holds no valid data");
+    extent_ = {west_ + minI * dLon_, north_ - (maxJ + 1) * dLat_, west_ + (maxI + 1) * dLon_,
+               north_ - minJ * dLat_};
+}
+
+double RasterTerrain::ElevationAt(double lon, double lat) const {
+    const double fi = std::floor((lon - west_) / dLon_);
+    const double fj = std::floor((north_ - lat) / dLat_);
+    if (!(fi >= 0 && fi < nx_ && fj >= 0 && fj < ny_))
+        return std::numeric_limits<double>::quiet_NaN();
+    return cells_[static_cast<std::size_t>(fj) * nx_ + static_cast<std::size_t>(fi)];
+}
+
+double RasterTerrain::LowestIn(const Bounds& b) const {
+    const auto clampI = [&](double v) { return std::clamp(v, 0.0, double(nx_)); };
+    const auto clampJ = [&](double v) { return std::clamp(v, 0.0, double(ny_)); };
+    const int i0 = int(clampI(std::ceil((b[0] - west_) / dLon_ - 0.5)));
+    const int i1 = int(clampI(std::floor((b[2] - west_) / dLon_ - 0.5) + 1));
+    const int j0 = int(clampJ(std::ceil((north_ - b[3]) / dLat_ - 0.5)));
+    const int j1 = int(clampJ(std::floor((north_ - b[1]) / dLat_ - 0.5) + 1));
+    double lowest = std::numeric_limits<double>::quiet_NaN();
+    for (int j = j0; j < j1; ++j)
+        for (int i = i0; i < i1; ++i) {
+            const double v = cells_[static_cast<std::size_t>(j) * nx_ + i];
+            if (std::isfinite(v) && !(v >= lowest))
+                lowest = v;
+        }
+    if (std::isnan(lowest))
+        return ElevationAt(0.5 * (b[0] + b[2]), 0.5 * (b[1] + b[3]));
+    return lowest;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "prep/Placement.hpp"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The lie of the land as the planner needs it: elevations (metres, negative below sea
+// level) by longitude and latitude, from one source raster carried into degrees.
+
+// Where a source lies and how fine it is. Throws PrepError naming the file when GDAL
+// cannot open it or it has no georeference or coordinate system.
+struct SourceFootprint {
+    Bounds lonLat{};         // its extent in degrees, edges followed point by point
+    double cellMetres = 0;   // its cell size in metres at its centre (the larger side)
+};
+[[nodiscard]] SourceFootprint DescribeSource(const std::string& path);
+
+class Terrain {
+  public:
+    virtual ~Terrain() = default;
+    // NaN where there is no data.
+    [[nodiscard]] virtual double ElevationAt(double lon, double lat) const = 0;
+    // The lowest value among the cells whose centres lie in the box (degrees), or the
+    // value at its centre when there are none; NaN without data.
+    [[nodiscard]] virtual double LowestIn(const Bounds& lonLat) const = 0;
+    // The box holding every cell with data.
+    [[nodiscard]] virtual Bounds DataExtent() const = 0;
+};
+
+// A raster carried into degrees (EPSG 4326) by GDAL's warper at about its own resolution
+// and at most 4 million cells; depths positive down are turned into elevations.
+class RasterTerrain final : public Terrain {
+  public:
+    RasterTerrain(const std::string& path, bool depthPositive);
+    [[nodiscard]] double ElevationAt(double lon, double lat) const override;
+    [[nodiscard]] double LowestIn(const Bounds& lonLat) const override;
+    [[nodiscard]] Bounds DataExtent() const override { return extent_; }
+
+  private:
+    std::int32_t nx_ = 0;
+    std::int32_t ny_ = 0;
+    double west_ = 0;  // cell edges
+    double north_ = 0;
+    double dLon_ = 0;
+    double dLat_ = 0; // positive; rows run south from north_
+    std::vector<float> cells_; // row-major from the north
+    Bounds extent_{};
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "prep/PrepTestSupport.hpp"
+
+#include <cmath>
+#include <string>
+
+// A made-up coast around a site, running north-south through it: land to the west rising
+// inland, to the east a shelf 20 km wide sloping to 150 m, a steep slope down to 3000 m
+// over the next 10 km, then the deep sea; a bay 1 km wide cuts 3 km into the land at the
+// site. Elevations in metres, negative below sea level.
+struct Coast {
+    double lon = 0; // the site, on the coast line at the bay's mouth
+    double lat = 0;
+
+    [[nodiscard]] double Elevation(double x, double y) const {
+        const double kmPerDegree = 111.195;
+        const double east = (x - lon) * kmPerDegree * std::cos(lat * 3.141592653589793 / 180);
+        const double north = (y - lat) * kmPerDegree;
+        if (east < 0) {
+            if (std::fabs(north) < 0.5 && east > -3)
+                return -8.0 - 4.0 * (3 + east); // the bay, deepening to its mouth
+            return std::min(500.0, 5.0 - 30.0 * east);
+        }
+        if (east < 20)
+            return -20.0 - 6.5 * east;
+        if (east < 30)
+            return -150.0 - 285.0 * (east - 20);
+        return -3000.0 - 10.0 * (east - 30);
+    }
+
+    // The coast as a GeoTIFF in degrees (EPSG 4326): `cell` degrees a cell over the box
+    // lon0 lat0 lon1 lat1 relative to the site; depths positive down when asked.
+    void Write(const std::string& path, double cell, double west, double south, double eastEdge,
+               double north, bool depthPositive = false) const {
+        RasterLayout layout;
+        layout.nx = static_cast<int>(std::lround((eastEdge - west) / cell));
+        layout.ny = static_cast<int>(std::lround((north - south) / cell));
+        layout.transform = {lon + west, cell, 0, lat + north, 0, -cell};
+        MakeRaster(path, layout, [&](int c, int l) {
+            const double v = Elevation(lon + west + (c + 0.5) * cell, lat + north - (l + 0.5) * cell);
+            return depthPositive ? -v : v;
+        });
+    }
+};
