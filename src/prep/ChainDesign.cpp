@@ -259,22 +259,37 @@ std::string RegionName(int level, int levels) {
 } // namespace
 
 int JapanZone(double lon, double lat, Bounds* areaOfUse) {
+    // Areas of use are boxes, and neighbouring systems' boxes overlap: of those holding the
+    // point, the system whose central meridian is nearest distorts least.
     PJ_CONTEXT* ctx = proj_context_create();
     proj_log_level(ctx, PJ_LOG_NONE);
     int best = 0;
-    double bestArea = std::numeric_limits<double>::infinity();
+    double bestDistance = std::numeric_limits<double>::infinity();
     for (int code = 2443; code <= 2461; ++code) {
         PJ* crs = proj_create_from_database(ctx, "EPSG", std::to_string(code).c_str(),
                                             PJ_CATEGORY_CRS, 0, nullptr);
         double w = 0, s = 0, e = 0, n = 0;
         const bool known = crs != nullptr &&
                            proj_get_area_of_use(ctx, crs, &w, &s, &e, &n, nullptr) != 0;
+        double meridian = kNaN;
+        if (known) {
+            PJ* operation = proj_crs_get_coordoperation(ctx, crs);
+            const int index = operation == nullptr
+                                  ? -1
+                                  : proj_coordoperation_get_param_index(
+                                        ctx, operation, "Longitude of natural origin");
+            if (index >= 0)
+                (void)proj_coordoperation_get_param(ctx, operation, index, nullptr, nullptr,
+                                                    nullptr, &meridian, nullptr, nullptr,
+                                                    nullptr, nullptr, nullptr, nullptr);
+            proj_destroy(operation);
+        }
         proj_destroy(crs);
         if (!known || lon < w || lon > e || lat < s || lat > n)
             continue;
-        const double area = (e - w) * (n - s);
-        if (area < bestArea) {
-            bestArea = area;
+        const double distance = std::isfinite(meridian) ? std::fabs(lon - meridian) : 1e3;
+        if (distance < bestDistance) {
+            bestDistance = distance;
             best = code;
             if (areaOfUse != nullptr)
                 *areaOfUse = {w, s, e, n};

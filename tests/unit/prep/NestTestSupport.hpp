@@ -6,9 +6,10 @@
 #include <string>
 
 // A made-up coast around a site, running north-south through it: land to the west rising
-// inland, to the east a shelf 20 km wide sloping to 150 m, a steep slope down to 3000 m
-// over the next 10 km, then the deep sea; a bay 1 km wide cuts 3 km into the land at the
-// site. Elevations in metres, negative below sea level.
+// 30 m a kilometre, to the east a shelf 20 km wide sloping to 130 m, a steep slope down
+// to 3000 m over the next 10 km, then the deep sea; a bay 1 km wide, 10 m deep on its
+// axis, cuts 3 km into the land at the site. Elevations in metres, negative below sea
+// level, continuous everywhere as real ground is.
 struct Coast {
     double lon = 0; // the site, on the coast line at the bay's mouth
     double lat = 0;
@@ -17,16 +18,18 @@ struct Coast {
         const double kmPerDegree = 111.195;
         const double east = (x - lon) * kmPerDegree * std::cos(lat * 3.141592653589793 / 180);
         const double north = (y - lat) * kmPerDegree;
-        if (east < 0) {
-            if (std::fabs(north) < 0.5 && east > -3)
-                return -8.0 - 4.0 * (3 + east); // the bay, deepening to its mouth
-            return std::min(500.0, 5.0 - 30.0 * east);
-        }
-        if (east < 20)
-            return -20.0 - 6.5 * east;
-        if (east < 30)
-            return -150.0 - 285.0 * (east - 20);
-        return -3000.0 - 10.0 * (east - 30);
+        double v;
+        if (east < 0)
+            v = std::min(500.0, -30.0 * east);
+        else if (east < 20)
+            v = -6.5 * east;
+        else if (east < 30)
+            v = -130.0 - 287.0 * (east - 20);
+        else
+            v = -3000.0 - 10.0 * (east - 30);
+        if (east > -3)
+            v = std::min(v, -10.0 + 60.0 * std::fabs(north) + 5.0 * std::max(0.0, -east - 2));
+        return v;
     }
 
     // The coast as a GeoTIFF in degrees (EPSG 4326): `cell` degrees a cell over the box
