@@ -134,4 +134,193 @@ INSTANTIATE_TEST_SUITE_P(Places, NestPlace,
                              return std::string(place.param.name);
                          });
 
+const Place kHawaii{"Hawaii", -155.05, 19.72, 0};
+
+std::vector<std::string> Names(const fs::path& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(NestBuild, PlanOnlyWritesThePlanAndBuildsNothing) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    NestOptions o = Options(dir, kHawaii);
+    o.planOnly = true;
+    o.quiet = false;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(RunNest(o), 0);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Names(dir.path() / "out"), std::vector<std::string>{"Plan.json"});
+    EXPECT_NE(out.find("every region is geographic (EPSG 4326)"), std::string::npos) << out;
+    EXPECT_NE(out.find("  4  Site      4326  0.0003"), std::string::npos) << out;
+}
+
+// The same inputs give the same bytes: plan, project and grids.
+TEST(NestBuild, Deterministic) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    ASSERT_EQ(RunNest(Options(dir, kHawaii, "one")), 0);
+    ASSERT_EQ(RunNest(Options(dir, kHawaii, "two")), 0);
+    const std::vector<std::string> names = Names(dir.path() / "one");
+    EXPECT_EQ(names, Names(dir.path() / "two"));
+    int compared = 0;
+    for (const std::string& name : names) {
+        if (name == "Plan.json" || name == "Coast.xml" || name.rfind("Coast_", 0) == 0) {
+            EXPECT_EQ(Slurp(dir.path() / "one" / name), Slurp(dir.path() / "two" / name)) << name;
+            ++compared;
+        }
+    }
+    EXPECT_EQ(compared, 6);
+}
+
+// Widening one region in the plan rebuilds it and the region nested in it, nothing else.
+TEST(NestBuild, RebuildAfterAnEditMakesOnlyWhatDependsOnIt) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    ASSERT_EQ(RunNest(Options(dir, kHawaii)), 0);
+    const fs::path out = dir.path() / "out";
+    Plan plan = ReadPlan((out / kPlanName).string());
+    const auto age = [&] {
+        for (const PlanRegion& r : plan.regions)
+            fs::last_write_time(out / r.grid, fs::file_time_type(std::chrono::hours(24)));
+    };
+    const auto rebuilt = [&] {
+        std::vector<int> numbers;
+        for (const PlanRegion& r : plan.regions)
+            if (fs::last_write_time(out / r.grid) != fs::file_time_type(std::chrono::hours(24)))
+                numbers.push_back(r.number);
+        return numbers;
+    };
+    age();
+    BuildOptions build;
+    build.plan = (out / kPlanName).string();
+    build.quiet = true;
+    EXPECT_EQ(RunBuild(build), 0);
+    EXPECT_EQ(rebuilt(), std::vector<int>{});
+
+    plan.regions[2].bounds[0] -= plan.regions[1].spacing;
+    WritePlan((out / kPlanName).string(), plan);
+    EXPECT_EQ(RunBuild(build), 0);
+    EXPECT_EQ(rebuilt(), (std::vector<int>{3, 4}));
+    EXPECT_EQ(ReadBack((out / plan.regions[2].grid).string(), plan.regions[2].spacing).nx, 105);
+}
+
+struct BadNest {
+    const char* what;
+    void (*change)(NestOptions&, const TempDir&);
+    const char* message;
+};
+
+class NestRefuses : public testing::TestWithParam<BadNest> {};
+
+// One line on standard error, status 1, and the output folder as it was.
+TEST_P(NestRefuses, OneLineAndNothingWritten) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    NestOptions o = Options(dir, kHawaii);
+    GetParam().change(o, dir);
+    const bool existed = fs::exists(dir.path() / "out");
+    const std::vector<std::string> before = existed ? Names(dir.path() / "out") : std::vector<std::string>{};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunNest(o), 1);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(Count(err, "\n"), 1u) << err;
+    EXPECT_EQ(err.rfind("seaforge-prep: ", 0), 0u) << err;
+    EXPECT_NE(err.find(GetParam().message), std::string::npos) << err;
+    EXPECT_EQ(fs::exists(dir.path() / "out"), existed);
+    if (existed) {
+        EXPECT_EQ(Names(dir.path() / "out"), before);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadInput, NestRefuses,
+    testing::Values(
+        BadNest{"SiteOutsideEverySource",
+                [](NestOptions& o, const TempDir&) { (*o.site)[0] += 5; },
+                "lies outside every source"},
+        BadNest{"FinestBelowHalfAMetre", [](NestOptions& o, const TempDir&) { o.finest = 0.4; },
+                "at least 0.5 m"},
+        BadNest{"FinestCoarserThanOuter",
+                [](NestOptions& o, const TempDir&) { o.outerSpacing = 20; },
+                "coarser than the outer spacing"},
+        BadNest{"RatioBelowTwo", [](NestOptions& o, const TempDir&) { o.ratio = 1; },
+                "--ratio must be 2 or more"},
+        BadNest{"MissingSource",
+                [](NestOptions& o, const TempDir& d) {
+                    o.sources.push_back((d.path() / "missing.tif").string());
+                },
+                "cannot open the elevation source"},
+        BadNest{"FolderOfAnotherProject",
+                [](NestOptions&, const TempDir& d) { d.Write("out/Other.xml", "<Project/>"); },
+                "holds files of another project"},
+        BadNest{"NoFault", [](NestOptions& o, const TempDir&) { o.fault.clear(); },
+                "the run needs a fault model"}),
+    [](const testing::TestParamInfo<BadNest>& bad) { return std::string(bad.param.what); });
+
+struct BadPlan {
+    const char* what;
+    void (*change)(Plan&);
+    const char* message;
+};
+
+class BuildRefuses : public testing::TestWithParam<BadPlan> {};
+
+// A plan edited into something the run would refuse writes no grid.
+TEST_P(BuildRefuses, BeforeAnyGridIsWritten) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    NestOptions o = Options(dir, kHawaii);
+    o.planOnly = true;
+    ASSERT_EQ(RunNest(o), 0);
+    const fs::path planPath = dir.path() / "out" / kPlanName;
+    Plan plan = ReadPlan(planPath.string());
+    GetParam().change(plan);
+    WritePlan(planPath.string(), plan);
+    BuildOptions build;
+    build.plan = planPath.string();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunBuild(build), 1);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(Count(err, "\n"), 1u) << err;
+    EXPECT_NE(err.find(GetParam().message), std::string::npos) << err;
+    EXPECT_EQ(Names(dir.path() / "out"), std::vector<std::string>{"Plan.json"});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadPlan, BuildRefuses,
+    testing::Values(
+        BadPlan{"RegionOutsideItsBase",
+                [](Plan& p) { p.regions[3].bounds[2] = p.regions[2].bounds[2] + 0.01; },
+                "does not lie inside its base region 3 (Nest2)"},
+        BadPlan{"SpacingNotDividingTheBase",
+                [](Plan& p) { p.regions[3].spacing = 0.0004; }, "not a whole multiple"},
+        BadPlan{"MissingSource",
+                [](Plan& p) { p.regions[1].sources[0].path = "nowhere.tif"; }, "missing"},
+        BadPlan{"SystemTheRunDoesNotKnow", [](Plan& p) { p.regions[3].epsg = 3857; },
+                "not a system the run's projection service knows"}),
+    [](const testing::TestParamInfo<BadPlan>& bad) { return std::string(bad.param.what); });
+
+// The command line reaches the same code: the table on standard output, the plan written.
+TEST(NestBuild, CommandLinePlanOnly) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    const SeaforgeRun run = RunProgram(
+        SEAFORGE_PREP_BINARY, dir.path(),
+        {"nest", "--site", "-155.05", "19.72", "--radius", "1km", "--finest", "30", "--levels",
+         "4", "--fault", "fault.txt", "-o", "Hilo", "--plan-only", "coarse.tif", "survey.tif"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("TimeIncrement"), std::string::npos) << run.out;
+    EXPECT_EQ(ReadPlan((dir.path() / "Hilo" / kPlanName).string()).name, "Hilo");
+    const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(),
+                                       {"nest", "--site", "-155.05", "19.72", "--finest", "30",
+                                        "--radius", "3 miles", "-o", "x", "coarse.tif"});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_EQ(bad.err, "seaforge-prep: --radius takes a distance such as 3km, 500m or 800 "
+                       "(metres), not \"3 miles\"\n");
+}
+
 } // namespace
