@@ -334,6 +334,7 @@ int Build(const BuildOptions& o) {
         row.lowest = grid.valMin;
         row.shallowestEdge = ShallowestOnRing(grid);
         row.marginCells = std::nan("");
+        row.edgeJump = std::nan("");
         if (!IsGeographic(r.epsg))
             zone = r.epsg;
         rows.push_back(row);
@@ -358,13 +359,6 @@ int Build(const BuildOptions& o) {
     const std::string projectName = plan.name + ".xml";
     WriteProjectFile((dir / projectName).string(), plan, settings);
 
-    if (!o.quiet) {
-        std::printf("%s", ChainTable(rows).c_str());
-        std::printf("TimeIncrement %s s, TimeNestingCFLLimit %s; %d of %zu grids built\n",
-                    ShortestDecimal(timeIncrement).c_str(), ShortestDecimal(plan.cfl).c_str(),
-                    built, targets.size());
-    }
-
     int status = 0;
     {
         const InFolder here(dir);
@@ -372,10 +366,22 @@ int Build(const BuildOptions& o) {
         check.project = projectName;
         check.cflLimit = plan.cfl;
         status = IntoFile("Check.txt", [&] { return RunCheck(check); });
-        if (o.json) {
-            check.json = true;
-            (void)IntoFile("Check.json", [&] { return RunCheck(check); }); // the same findings
-        }
+        // The JSON report also gives the table the jump check measured along each boundary.
+        check.json = true;
+        const std::string jsonName = o.json ? "Check.json" : ".seaforge-check.json";
+        (void)IntoFile(jsonName, [&] { return RunCheck(check); }); // the same findings
+        std::ifstream in(jsonName, std::ios::binary);
+        const nlohmann::json report = nlohmann::json::parse(in, nullptr, false);
+        in.close();
+        if (!o.json)
+            std::remove(jsonName.c_str());
+        if (report.is_object() && report.contains("regions") && report["regions"].is_array())
+            for (const auto& region : report["regions"])
+                for (ChainRow& row : rows)
+                    if (region.value("number", 0) == row.number &&
+                        region.contains("boundary_jump_max") &&
+                        region["boundary_jump_max"].is_number())
+                        row.edgeJump = region["boundary_jump_max"].get<double>();
         OverviewOptions overview;
         overview.project = projectName;
         overview.output = "Overview.png";
@@ -385,12 +391,16 @@ int Build(const BuildOptions& o) {
             return 1; // its line is printed
     }
     if (!o.quiet) {
+        std::printf("%s", ChainTable(rows).c_str());
+        std::printf("TimeIncrement %s s, TimeNestingCFLLimit %s; %d of %zu grids built\n",
+                    ShortestDecimal(timeIncrement).c_str(), ShortestDecimal(plan.cfl).c_str(),
+                    built, targets.size());
         std::ifstream report(dir / "Check.txt");
         std::string line;
         std::string findings;
         while (std::getline(report, line))
             if (line.rfind("error", 0) == 0 || line.rfind("warning", 0) == 0 ||
-                line.find(" errors, ") != std::string::npos)
+                line.rfind("Estimated run", 0) == 0 || line.find(" errors, ") != std::string::npos)
                 findings += line + "\n";
         std::printf("Wrote %s, Check.txt, Overview.png and Overview.gpkg in %s\ncheck: %s",
                     projectName.c_str(), dir.string().c_str(), findings.c_str());

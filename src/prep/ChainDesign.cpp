@@ -1,5 +1,6 @@
 #include "prep/ChainDesign.hpp"
 
+#include "prep/CheckCommand.hpp"
 #include "prep/Plan.hpp"
 #include "prep/PrepError.hpp"
 #include "prep/ProjectFiles.hpp"
@@ -248,6 +249,124 @@ EdgeWater SideWater(const Terrain& terrain, const Bounds& b, double s, int side,
 
 const char* const kSideNames[] = {"western", "southern", "eastern", "northern"};
 
+// The depth jump check measures along one side of a nested region, estimated from the
+// terrain: the region's boundary points against the base's cells (each the mean of the
+// ground over it) interpolated between their centres. The base's cells are taken on the
+// lattice of `baseSpacing` in the region's own system. `excess` is the largest jump over
+// check's threshold at that point (above 1: check would warn).
+struct SideJump {
+    double excess = 0;
+    double jump = 0;
+};
+SideJump JumpAlong(const Terrain& terrain, const Bounds& box, int epsg, int zone, double s,
+                   double baseSpacing, int side) {
+    const double h = 0.5 * s;
+    const bool vertical = side == 0 || side == 2;
+    const double fixed = side == 0 ? box[0] + h : side == 2 ? box[2] - h : side == 1 ? box[1] + h : box[3] - h;
+    const double from = vertical ? box[1] + h : box[0] + h;
+    const double to = vertical ? box[3] - h : box[2] - h;
+    const int n = static_cast<int>(std::round((to - from) / s)) + 1;
+    const int stride = std::max(1, n / 200);
+    constexpr int kPerPoint = 1 + 4 * 9;
+    std::vector<double> xs;
+    std::vector<double> ys;
+    std::vector<double> weights; // bilinear weight of each base cell, per point
+    const double S = baseSpacing;
+    for (int k = 0; k < n; k += stride) {
+        const double px = vertical ? fixed : from + k * s;
+        const double py = vertical ? from + k * s : fixed;
+        xs.push_back(px);
+        ys.push_back(py);
+        const double fx = px / S - 0.5;
+        const double fy = py / S - 0.5;
+        const double i0 = std::floor(fx);
+        const double j0 = std::floor(fy);
+        const double u = fx - i0;
+        const double v = fy - j0;
+        weights.insert(weights.end(), {(1 - u) * (1 - v), u * (1 - v), (1 - u) * v, u * v});
+        for (int c = 0; c < 4; ++c) {
+            const double cx = (i0 + (c % 2) + 0.5) * S;
+            const double cy = (j0 + (c / 2) + 0.5) * S;
+            for (int a = -1; a <= 1; ++a)
+                for (int b = -1; b <= 1; ++b) {
+                    xs.push_back(cx + a * S / 3);
+                    ys.push_back(cy + b * S / 3);
+                }
+        }
+    }
+    if (!IsGeographic(epsg)) {
+        const ServicePair service(4612, zone);
+        service.ToLonLat(xs, ys);
+    }
+    const CheckOptions check; // its default threshold
+    SideJump worst;
+    for (std::size_t p = 0; p * kPerPoint < xs.size(); ++p) {
+        const std::size_t at = p * kPerPoint;
+        const double own = terrain.ElevationAt(xs[at], ys[at]);
+        double base = 0;
+        bool known = std::isfinite(own);
+        for (int c = 0; c < 4 && known; ++c) {
+            double sum = 0;
+            int count = 0;
+            for (int q = 0; q < 9; ++q) {
+                const std::size_t k = at + 1 + static_cast<std::size_t>(c * 9 + q);
+                const double v = terrain.ElevationAt(xs[k], ys[k]);
+                if (std::isfinite(v)) {
+                    sum += v;
+                    ++count;
+                }
+            }
+            known = count > 0;
+            base += weights[p * 4 + static_cast<std::size_t>(c)] * (count > 0 ? sum / count : 0);
+        }
+        if (!known)
+            continue;
+        const double jump = std::fabs(own - base);
+        const double excess = jump / std::max(check.jumpShare * std::fabs(base), check.jumpMetres);
+        if (excess > worst.excess)
+            worst = {excess, jump};
+    }
+    return worst;
+}
+
+// Each side of a nested region moved outward a base cell at a time, up to 12, until the
+// jump check measures along it stays well under its threshold; where none does, the
+// position with the smallest jump. Answers the largest jump left, and a warning per side
+// that gave way.
+double AvoidSteepEdges(const Terrain& terrain, Bounds& box, int epsg, int zone, double s,
+                       double baseSpacing, const std::string& label,
+                       std::vector<std::string>& warnings) {
+    constexpr double kWanted = 0.8; // the estimate is rough: keep clear of the threshold
+    constexpr int kMostMoves = 12;
+    double largest = 0;
+    for (int side = 0; side < 4; ++side) {
+        Bounds best = box;
+        SideJump bestJump = JumpAlong(terrain, box, epsg, zone, s, baseSpacing, side);
+        Bounds trial = box;
+        for (int move = 0; move < kMostMoves && bestJump.excess > kWanted; ++move) {
+            const int axis = side % 2;
+            if (side < 2)
+                trial[axis] = Tidy(trial[axis] - baseSpacing);
+            else
+                trial[axis + 2] = Tidy(trial[axis + 2] + baseSpacing);
+            const SideJump j = JumpAlong(terrain, trial, epsg, zone, s, baseSpacing, side);
+            if (j.excess < bestJump.excess) {
+                bestJump = j;
+                best = trial;
+            }
+        }
+        box = best;
+        largest = std::max(largest, bestJump.jump);
+        if (bestJump.excess > 1)
+            warnings.push_back(StringPrintf(
+                "%s: its %s edge lies on steep ground however far it moves (up to %d base "
+                "cells): depths there differ from its base's by about %.0f m, more than check "
+                "lets pass",
+                label.c_str(), kSideNames[side], kMostMoves, bestJump.jump));
+    }
+    return largest;
+}
+
 std::string RegionName(int level, int levels) {
     if (level == 0)
         return "Outer";
@@ -413,11 +532,21 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
             }
             return Snap(Widened(Padded(need, pad), s), outermost ? s : s * rules.ratio);
         };
+        const std::string label = StringPrintf("region %d (%s)", k + 1, RegionName(k, levels).c_str());
+        std::vector<std::string> steep;
+        const auto nestedBox = [&](int epsg, double s) {
+            Bounds box = boxIn(epsg, s, k == 0);
+            steep.clear();
+            row.edgeJump = k == 0 ? kNaN
+                                  : AvoidSteepEdges(terrain, box, epsg, design.zone, s,
+                                                    s * rules.ratio, label, steep);
+            return box;
+        };
         bool placed = false;
         if (design.zone != 0 && k > 0 && (finest || !IsGeographic(child->epsg))) {
             spacing[static_cast<std::size_t>(k)] = finestMetres.Times(factor);
             const double s = spacing[static_cast<std::size_t>(k)].Value();
-            const Bounds box = boxIn(design.zone, s, false);
+            const Bounds box = nestedBox(design.zone, s);
             if (Inside(Carry(box, design.zone, 4326, design.zone), zoneArea)) {
                 row.epsg = design.zone;
                 row.spacing = s;
@@ -435,7 +564,7 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
                 d = Rounded(rules.ratio * child->spacing / (kMetresPerDegree * cosLat), 2);
             row.epsg = geographic;
             row.spacing = d.Value();
-            row.grid = CoverBounds(boxIn(geographic, row.spacing, k == 0), row.spacing);
+            row.grid = CoverBounds(nestedBox(geographic, row.spacing), row.spacing);
             // Across systems the run looks for the corners among the base's points: widen
             // until its own check finds them all.
             for (int grow = 0; child != nullptr && !IsGeographic(child->epsg) && grow < 50 &&
@@ -446,6 +575,7 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
                 row.grid = CoverBounds(b, row.spacing);
             }
         }
+        design.warnings.insert(design.warnings.end(), steep.begin(), steep.end());
         row.number = k + 1;
         row.base = k;
         row.name = RegionName(k, levels);
@@ -540,14 +670,14 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
 
 std::string ChainTable(const std::vector<ChainRow>& rows) {
     std::string out = StringPrintf(
-        "%3s  %-8s %5s  %-12s %10s  %11s  %-46s %9s %8s %5s %6s %9s %7s\n", "no", "name", "EPSG",
-        "spacing", "metres", "points", "extent (cell edges, own system)", "deepest", "dt [s]",
-        "ratio", "CFL", "edge min", "margin");
+        "%3s  %-8s %5s  %-12s %10s  %11s  %-46s %9s %8s %5s %6s %9s %7s %8s\n", "no", "name",
+        "EPSG", "spacing", "metres", "points", "extent (cell edges, own system)", "deepest",
+        "dt [s]", "ratio", "CFL", "edge min", "margin", "jump");
     for (const ChainRow& r : rows) {
         const Bounds e = CellEdges(r.grid);
         const int digits = IsGeographic(r.epsg) ? 6 : 0;
         out += StringPrintf(
-            "%3d  %-8s %5d  %-12s %10.1f  %5d x %-5d  %-46s %9.1f %8.4g %5d %6.3f %9s %7s\n",
+            "%3d  %-8s %5d  %-12s %10.1f  %5d x %-5d  %-46s %9.1f %8.4g %5d %6.3f %9s %7s %8s\n",
             r.number, r.name.c_str(), r.epsg, ShortestDecimal(r.spacing).c_str(),
             double{r.dxMeter}, r.grid.nx, r.grid.ny,
             StringPrintf("%.*f .. %.*f, %.*f .. %.*f", digits, e[0], digits, e[2], digits, e[1],
@@ -555,7 +685,8 @@ std::string ChainTable(const std::vector<ChainRow>& rows) {
                 .c_str(),
             -r.lowest, r.dt, r.stepRatio, r.cfl,
             std::isnan(r.shallowestEdge) ? "land" : StringPrintf("%.1f m", r.shallowestEdge).c_str(),
-            std::isnan(r.marginCells) ? "-" : StringPrintf("%.1f", r.marginCells).c_str());
+            std::isnan(r.marginCells) ? "-" : StringPrintf("%.1f", r.marginCells).c_str(),
+            std::isnan(r.edgeJump) ? "-" : StringPrintf("%.1f m", r.edgeJump).c_str());
     }
     return out;
 }

@@ -38,6 +38,8 @@ struct ChainRow {
     double lowest = 0;     // its deepest point (elevation, negative below sea level)
     double shallowestEdge = 0; // the shallowest water on its boundary (m); NaN: no water
     double marginCells = 0;    // base cells between its edges and its base's; NaN outermost
+    double edgeJump = 0;       // the largest depth jump against its base along its boundary
+                               // (m), as check measures it; NaN when not known
     // As the run's time-step block works them out.
     float dxMeter = 0;
     double dt = 0;

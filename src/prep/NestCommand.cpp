@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 
 namespace fs = std::filesystem;
 
@@ -111,17 +112,13 @@ int Nest(const NestOptions& o) {
         throw PrepError("the site must lie within 85 degrees of the equator");
 
     // The coarsest source tells the lie of the land; the site must lie in some source.
-    std::size_t coarsest = 0;
     double coarsestMetres = 0;
     bool covered = false;
     for (std::size_t k = 0; k < o.sources.size(); ++k) {
         const SourceFootprint f = DescribeSource(o.sources[k]);
         covered = covered || (rules.siteLon >= f.lonLat[0] && rules.siteLon <= f.lonLat[2] &&
                               rules.siteLat >= f.lonLat[1] && rules.siteLat <= f.lonLat[3]);
-        if (f.cellMetres > coarsestMetres) {
-            coarsestMetres = f.cellMetres;
-            coarsest = k;
-        }
+        coarsestMetres = std::max(coarsestMetres, f.cellMetres);
     }
     if (!covered)
         throw PrepError(StringPrintf("the site %.6g %.6g lies outside every source", rules.siteLon,
@@ -131,7 +128,12 @@ int Nest(const NestOptions& o) {
                std::find(o.depthPositiveSources.begin(), o.depthPositiveSources.end(),
                          static_cast<int>(k + 1)) != o.depthPositiveSources.end();
     };
-    const RasterTerrain terrain(o.sources[coarsest], depthPositive(coarsest));
+    // The sources stacked as the grid command stacks them, the coarsest deciding where
+    // the data end.
+    std::vector<std::unique_ptr<Terrain>> layers;
+    for (std::size_t k = 0; k < o.sources.size(); ++k)
+        layers.push_back(std::make_unique<RasterTerrain>(o.sources[k], depthPositive(k)));
+    const LayeredTerrain terrain(std::move(layers));
     rules.finest = o.finest;
     rules.ratio = o.ratio;
     rules.levels = o.levels;

@@ -145,11 +145,55 @@ RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive) {
 }
 
 double RasterTerrain::ElevationAt(double lon, double lat) const {
-    const double fi = std::floor((lon - west_) / dLon_);
-    const double fj = std::floor((north_ - lat) / dLat_);
-    if (!(fi >= 0 && fi < nx_ && fj >= 0 && fj < ny_))
+    // Bilinear between cell centres, as the grid command resamples onto finer cells; the
+    // nearest cell where a neighbour holds no data.
+    const double fx = (lon - west_) / dLon_ - 0.5;
+    const double fy = (north_ - lat) / dLat_ - 0.5;
+    const double nearestI = std::floor(fx + 0.5);
+    const double nearestJ = std::floor(fy + 0.5);
+    if (!(nearestI >= 0 && nearestI < nx_ && nearestJ >= 0 && nearestJ < ny_))
         return std::numeric_limits<double>::quiet_NaN();
-    return cells_[static_cast<std::size_t>(fj) * nx_ + static_cast<std::size_t>(fi)];
+    const auto at = [&](double i, double j) {
+        i = std::clamp(i, 0.0, double(nx_ - 1));
+        j = std::clamp(j, 0.0, double(ny_ - 1));
+        return double{cells_[static_cast<std::size_t>(j) * nx_ + static_cast<std::size_t>(i)]};
+    };
+    const double i0 = std::floor(fx);
+    const double j0 = std::floor(fy);
+    const double u = fx - i0;
+    const double v = fy - j0;
+    const double value = (1 - u) * (1 - v) * at(i0, j0) + u * (1 - v) * at(i0 + 1, j0) +
+                         (1 - u) * v * at(i0, j0 + 1) + u * v * at(i0 + 1, j0 + 1);
+    return std::isfinite(value) ? value : at(nearestI, nearestJ);
+}
+
+double LayeredTerrain::ElevationAt(double lon, double lat) const {
+    for (auto layer = layers_.rbegin(); layer != layers_.rend(); ++layer) {
+        const double v = (*layer)->ElevationAt(lon, lat);
+        if (std::isfinite(v))
+            return v;
+    }
+    return std::numeric_limits<double>::quiet_NaN();
+}
+
+double LayeredTerrain::LowestIn(const Bounds& b) const {
+    double lowest = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& layer : layers_) {
+        const double v = layer->LowestIn(b);
+        if (std::isfinite(v) && !(v >= lowest))
+            lowest = v;
+    }
+    return lowest;
+}
+
+Bounds LayeredTerrain::DataExtent() const {
+    Bounds out = layers_.front()->DataExtent();
+    for (const auto& layer : layers_) {
+        const Bounds e = layer->DataExtent();
+        out = {std::min(out[0], e[0]), std::min(out[1], e[1]), std::max(out[2], e[2]),
+               std::max(out[3], e[3])};
+    }
+    return out;
 }
 
 double RasterTerrain::LowestIn(const Bounds& b) const {

@@ -3,6 +3,7 @@
 #include "prep/Placement.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,4 +48,18 @@ class RasterTerrain final : public Terrain {
     double dLat_ = 0; // positive; rows run south from north_
     std::vector<float> cells_; // row-major from the north
     Bounds extent_{};
+};
+
+// Several rasters, later ones winning where they hold data, as the grid command stacks
+// its sources. Holds at least one layer.
+class LayeredTerrain final : public Terrain {
+  public:
+    explicit LayeredTerrain(std::vector<std::unique_ptr<Terrain>> layers)
+        : layers_(std::move(layers)) {}
+    [[nodiscard]] double ElevationAt(double lon, double lat) const override;
+    [[nodiscard]] double LowestIn(const Bounds& lonLat) const override;
+    [[nodiscard]] Bounds DataExtent() const override;
+
+  private:
+    std::vector<std::unique_ptr<Terrain>> layers_;
 };

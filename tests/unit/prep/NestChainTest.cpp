@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -206,6 +207,51 @@ TEST(NestPlan, InvalidPlansAreRefusedWithThePlace) {
             EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
         }
     }
+}
+
+// A flat sea floor 100 m deep with a steep-sided pit 400 m deep, 0.004 degrees across,
+// centred at (`pitLon`, 12) (none when NaN); outside Japan, so every region is geographic.
+class PitTerrain final : public Terrain {
+  public:
+    explicit PitTerrain(double pitLon) : pitLon_(pitLon) {}
+    double ElevationAt(double lon, double lat) const override {
+        if (std::isnan(pitLon_))
+            return -100;
+        const double distance = std::hypot(lon - pitLon_, lat - 12);
+        return -100 - 300 * std::clamp(1 - distance / 0.004, 0.0, 1.0);
+    }
+    double LowestIn(const Bounds&) const override { return -400; }
+    Bounds DataExtent() const override { return {-32, 10, -28, 14}; }
+
+  private:
+    double pitLon_;
+};
+
+ChainRules PitRules() {
+    ChainRules rules;
+    rules.siteLon = -30;
+    rules.siteLat = 12;
+    rules.interest = {-30.005, 11.995, -29.995, 12.005};
+    rules.finest = 30;
+    rules.levels = 3;
+    rules.outerDepth = 50; // the flat floor is deep enough for the outer region
+    return rules;
+}
+
+// A nested edge that would fall on a steep slope moves off it, a base cell at a time.
+TEST(NestChain, NestedEdgeMovesOffASteepSlope) {
+    const ChainDesign plain = DesignChain(PitRules(), PitTerrain(std::nan("")));
+    const ChainRow& before = plain.rows[1];
+    const double edge = CellEdges(before.grid)[0];
+    const ChainDesign moved = DesignChain(PitRules(), PitTerrain(edge));
+    const ChainRow& after = moved.rows[1];
+    const double base = moved.rows[0].spacing;
+    EXPECT_LT(CellEdges(after.grid)[0], edge - 0.9 * base) << "the western edge moved west";
+    EXPECT_NEAR(CellEdges(after.grid)[2], CellEdges(before.grid)[2], 1e-9) << "the others stay";
+    EXPECT_LT(after.edgeJump, 5.0);
+    EXPECT_TRUE(moved.warnings.empty()) << moved.warnings.front();
+    const double cells = (CellEdges(after.grid)[0] - CellEdges(moved.rows[0].grid)[0]) / base;
+    EXPECT_NEAR(cells, std::round(cells), 1e-6) << "still on the base's cell edges";
 }
 
 } // namespace
