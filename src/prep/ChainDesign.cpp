@@ -598,6 +598,35 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
     const double s = outer.spacing;
     const Bounds data = terrain.DataExtent();
     Bounds box = CellEdges(outer.grid);
+    // It holds every fault outline, with the margin, as far as the data reach.
+    for (const auto& [name, fault] : rules.faults) {
+        const Bounds wanted = Padded(fault, rules.margin * s);
+        const Bounds held = {std::max(wanted[0], data[0]), std::max(wanted[1], data[1]),
+                             std::min(wanted[2], data[2]), std::min(wanted[3], data[3])};
+        const Bounds grown = Snap({std::min(box[0], held[0]), std::min(box[1], held[1]),
+                                   std::max(box[2], held[2]), std::max(box[3], held[3])},
+                                  s);
+        // Whole cells inside the data where the fault pushed past them.
+        for (int side = 0; side < 4; ++side) {
+            const bool low = side < 2;
+            double& edge = box[side];
+            if (grown[side] == edge)
+                continue;
+            edge = grown[side];
+            if (low ? edge < data[side] : edge > data[side])
+                edge = Tidy((low ? std::ceil(data[side] / s - 1e-9) : std::floor(data[side] / s + 1e-9)) * s);
+        }
+        const double beyond = std::max({data[0] - fault[0], data[1] - fault[1],
+                                        fault[2] - data[2], fault[3] - data[3]});
+        if (beyond > 0)
+            design.warnings.push_back(StringPrintf(
+                "region 1 (Outer): the fault segment %s reaches %.1f km beyond the elevation "
+                "data, so the outer region stops at the data and does not hold all of it",
+                name.c_str(), beyond * kMetresPerDegree * cosLat / 1000));
+    }
+    if (totalCells() - double(outer.grid.nx) * outer.grid.ny + Cells(box, s) > rules.maxCells)
+        throw PrepError("holding every fault outline takes the chain past --max-cells; give a "
+                        "coarser --outer-spacing or more --levels");
     bool stopped[4] = {false, false, false, false};
     const char* why[4] = {"", "", "", ""};
     for (int round = 0; round < 200; ++round) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The nested chain from a place, a finest spacing and the lie of the land: how many
@@ -25,6 +26,8 @@ struct ChainRules {
     int margin = 10;           // base cells between a region's edges and its base's
     double maxCells = 25e6;    // in all regions together
     double outerDepth = 200;   // metres the outer region's open sides should reach
+    // Fault segments' outlines (name, box in degrees) the outer region must hold.
+    std::vector<std::pair<std::string, Bounds>> faults;
 };
 
 // One row of the chain's table: a region as the run will see it.

@@ -6,13 +6,16 @@
 #include "prep/PrepError.hpp"
 #include "prep/Terrain.hpp"
 #include "prep/Warp.hpp"
+#include "inputs/Fault.hpp"
 #include "project/Console.hpp"
+#include "projection/MapProjection.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <memory>
 
 namespace fs = std::filesystem;
@@ -61,6 +64,58 @@ std::string RelativeTo(const fs::path& dir, const std::string& path) {
     if (path.empty())
         return {};
     return fs::absolute(path).lexically_normal().lexically_proximate(dir).string();
+}
+
+// Each fault segment's surface outline, as the run draws it, as a box in degrees; the
+// file read with the run's own reader, which must accept it.
+std::vector<std::pair<std::string, Bounds>> FaultOutlines(const std::string& path, int epsg,
+                                                           double siteLon) {
+    XML_FAULT record;
+    record.EPSG = epsg;
+    record.CoordinateType = 1;
+    record.FileName = path;
+    Fault fault(record);
+    switch (fault.LoadFile()) {
+    case 0:
+        break;
+    case 1:
+        throw PrepError("cannot read the fault file " + path);
+    default:
+        throw PrepError(StringPrintf("the fault file %s has a line after its first %zu segments "
+                                     "that is not a fault segment (the run stops there)",
+                                     path.c_str(), fault.segments.size()));
+    }
+    if (fault.segments.empty())
+        throw PrepError("the fault file " + path + " holds no fault segment");
+    SetMapProjectionNotices(false);
+    std::vector<std::pair<std::string, Bounds>> outlines;
+    for (std::size_t k = 0; k < fault.segments.size(); ++k) {
+        const FAULT_PARAM& seg = fault.segments[k];
+        double x[5];
+        double y[5];
+        if (!fault.SegmentOutline(seg, x, y, false))
+            throw PrepError(StringPrintf("the outline of fault segment %zu of %s cannot be "
+                                         "worked out",
+                                         k + 1, path.c_str()));
+        constexpr double kInf = std::numeric_limits<double>::infinity();
+        Bounds b = {kInf, kInf, -kInf, -kInf};
+        for (int c = 0; c < 5; ++c) {
+            // Outlines come in 0..360; the site's side of the date line decides.
+            double lon = x[c];
+            while (lon - siteLon > 180)
+                lon -= 360;
+            while (lon - siteLon < -180)
+                lon += 360;
+            b = {std::min(b[0], lon), std::min(b[1], y[c]), std::max(b[2], lon),
+                 std::max(b[3], y[c])};
+        }
+        std::string name = seg.name;
+        const std::size_t first = name.find_first_not_of(" \t\r\n\"");
+        const std::size_t last = name.find_last_not_of(" \t\r\n\"");
+        name = first == std::string::npos ? std::string() : name.substr(first, last - first + 1);
+        outlines.emplace_back(StringPrintf("%zu (%s)", k + 1, name.c_str()), b);
+    }
+    return outlines;
 }
 
 int Nest(const NestOptions& o) {
@@ -143,6 +198,9 @@ int Nest(const NestOptions& o) {
     rules.margin = o.margin;
     rules.maxCells = o.maxCells;
     rules.outerDepth = o.outerDepth;
+    if (!o.fault.empty())
+        rules.faults = FaultOutlines(o.fault, JapanZone(rules.siteLon, rules.siteLat) != 0 ? 4612 : 4326,
+                                     rules.siteLon);
     const ChainDesign design = DesignChain(rules, terrain);
 
     Plan plan;

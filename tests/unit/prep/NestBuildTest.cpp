@@ -257,6 +257,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadNest{"FolderOfAnotherProject",
                 [](NestOptions&, const TempDir& d) { d.Write("out/Other.xml", "<Project/>"); },
                 "holds files of another project"},
+        BadNest{"FaultTheRunRefuses",
+                [](NestOptions& o, const TempDir& d) {
+                    o.fault = d.Write("bad-fault.txt", "39.1 142.4 15000\n");
+                },
+                "is not a fault segment"},
         BadNest{"NoFault", [](NestOptions& o, const TempDir&) { o.fault.clear(); },
                 "the run needs a fault model"}),
     [](const testing::TestParamInfo<BadNest>& bad) { return std::string(bad.param.what); });

@@ -254,4 +254,31 @@ TEST(NestChain, NestedEdgeMovesOffASteepSlope) {
     EXPECT_NEAR(cells, std::round(cells), 1e-6) << "still on the base's cell edges";
 }
 
+// The outer region holds every fault outline; one beyond the data is named in a warning
+// and the region stops at the data.
+TEST(NestChain, OuterRegionHoldsTheFaults) {
+    const SlopeTerrain terrain;
+    ChainRules rules;
+    rules.siteLon = 140.5;
+    rules.siteLat = 39.5;
+    rules.interest = {140.49, 39.49, 140.51, 39.51};
+    rules.finest = 30;
+    rules.levels = 3;
+    rules.faults = {{"1 (Near)", {141.2, 38.1, 141.6, 38.4}}};
+    ChainDesign d = DesignChain(rules, terrain);
+    Bounds outer = CellEdges(d.rows[0].grid);
+    EXPECT_LE(outer[0], 141.2);
+    EXPECT_LE(outer[1], 38.1 - 10 * d.rows[0].spacing + 1e-9);
+    EXPECT_GE(outer[2], 141.6 + 10 * d.rows[0].spacing - 1e-9);
+    EXPECT_TRUE(d.warnings.empty()) << d.warnings.front();
+
+    rules.faults.push_back({"2 (Far)", {141.8, 39.0, 142.6, 39.2}});
+    d = DesignChain(rules, terrain);
+    outer = CellEdges(d.rows[0].grid);
+    EXPECT_LE(outer[2], 142.0 + d.rows[0].spacing);
+    ASSERT_EQ(d.warnings.size(), 1u);
+    EXPECT_NE(d.warnings[0].find("fault segment 2 (Far) reaches"), std::string::npos)
+        << d.warnings[0];
+}
+
 } // namespace
