@@ -403,7 +403,11 @@ int Build(const BuildOptions& o) {
                 line.rfind("Estimated run", 0) == 0 || line.find(" errors, ") != std::string::npos)
                 findings += line + "\n";
         std::printf("Wrote %s, Check.txt, Overview.png and Overview.gpkg in %s\ncheck: %s",
-                    projectName.c_str(), dir.string().c_str(), findings.c_str());
+                    projectName.c_str(),
+                    fs::path(o.plan).parent_path().empty()
+                        ? "."
+                        : fs::path(o.plan).parent_path().string().c_str(),
+                    findings.c_str());
     }
     return status;
 }

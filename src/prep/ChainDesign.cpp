@@ -530,7 +530,19 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
                 need = Carry(CellEdges(child->grid), child->epsg, epsg, design.zone);
                 pad = rules.margin * s;
             }
-            return Snap(Widened(Padded(need, pad), s), outermost ? s : s * rules.ratio);
+            const double unit = outermost ? s : s * rules.ratio;
+            const Bounds keep = Snap(Padded(need, pad), unit);
+            Bounds box = Snap(Widened(Padded(need, pad), s), unit);
+            // The least size gives way to the data's end, the margin does not.
+            const Bounds data = Carry(terrain.DataExtent(), 4326, epsg, design.zone);
+            for (int side = 0; side < 4; ++side) {
+                const bool low = side < 2;
+                if (low && box[side] < data[side])
+                    box[side] = std::min(Tidy(std::ceil(data[side] / unit - 1e-9) * unit), keep[side]);
+                if (!low && box[side] > data[side])
+                    box[side] = std::max(Tidy(std::floor(data[side] / unit + 1e-9) * unit), keep[side]);
+            }
+            return box;
         };
         const std::string label = StringPrintf("region %d (%s)", k + 1, RegionName(k, levels).c_str());
         std::vector<std::string> steep;
@@ -647,10 +659,18 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
             const double size = box[axis + 2] - box[axis];
             const double step = std::max(1.0, std::round(0.1 * size / s)) * s;
             Bounds next = box;
+            // Never past the data's last whole cell.
             if (low)
-                next[axis] = Tidy(next[axis] - step);
+                next[axis] = std::max(Tidy(next[axis] - step),
+                                      Tidy(std::ceil(data[axis] / s - 1e-9) * s));
             else
-                next[axis + 2] = Tidy(next[axis + 2] + step);
+                next[axis + 2] = std::min(Tidy(next[axis + 2] + step),
+                                          Tidy(std::floor(data[axis + 2] / s + 1e-9) * s));
+            if (next == box) {
+                stopped[side] = true;
+                why[side] = "the data end there";
+                continue;
+            }
             if (totalCells() - Cells(box, s) + Cells(next, s) > rules.maxCells) {
                 stopped[side] = true;
                 why[side] = "the cell budget (--max-cells) ends there";

@@ -274,7 +274,7 @@ int Nest(const NestOptions& o) {
         return own;
     }
     BuildOptions build;
-    build.plan = planPath;
+    build.plan = (fs::path(o.output) / kPlanName).string();
     build.json = o.json;
     build.quiet = o.quiet;
     const int status = RunBuild(build);
