@@ -233,26 +233,42 @@ class InFolder {
     int previous_;
 };
 
+// Standard output sent to another file while it lives, restored however the work ends.
+class StdoutTo {
+  public:
+    explicit StdoutTo(const std::string& path) {
+        std::fflush(stdout);
+        saved_ = dup(STDOUT_FILENO);
+        const int fd = open(path.c_str(), O_WRONLY | O_TRUNC);
+        ok_ = saved_ >= 0 && fd >= 0 && dup2(fd, STDOUT_FILENO) >= 0;
+        if (fd >= 0)
+            close(fd);
+    }
+    ~StdoutTo() {
+        std::fflush(stdout);
+        if (saved_ >= 0) {
+            (void)dup2(saved_, STDOUT_FILENO); // the descriptor it came from is still open
+            close(saved_);
+        }
+    }
+    StdoutTo(const StdoutTo&) = delete;
+    StdoutTo& operator=(const StdoutTo&) = delete;
+    [[nodiscard]] bool ok() const { return ok_; }
+
+  private:
+    int saved_ = -1;
+    bool ok_ = false;
+};
+
 // Runs `command` with standard output going to `path` (written whole), and answers its
 // status.
 int IntoFile(const std::string& path, const std::function<int()>& command) {
     int status = 1;
     ReplaceFileAtomically(path, [&](const std::string& temporary) {
-        std::fflush(stdout);
-        const int saved = dup(STDOUT_FILENO);
-        const int fd = open(temporary.c_str(), O_WRONLY | O_TRUNC);
-        if (saved < 0 || fd < 0 || dup2(fd, STDOUT_FILENO) < 0) {
-            if (fd >= 0)
-                close(fd);
-            if (saved >= 0)
-                close(saved);
+        const StdoutTo redirected(temporary);
+        if (!redirected.ok())
             return false;
-        }
-        close(fd);
         status = command();
-        std::fflush(stdout);
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
         return true;
     });
     return status;

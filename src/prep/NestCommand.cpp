@@ -133,6 +133,10 @@ int Nest(const NestOptions& o) {
     if (!(o.cfl > 0) || o.cfl > 1)
         throw PrepError(StringPrintf("--cfl must lie in 0 .. 1 (the run refuses others), not %g",
                                      o.cfl));
+    if (o.margin < 0 || o.levels < 0 || !(o.maxCells > 0) || !(o.outerDepth >= 0) ||
+        !(o.totalTime > 0) || o.outerSpacing < 0)
+        throw PrepError("--margin, --levels, --outer-spacing and --outer-depth cannot be "
+                        "negative, and --max-cells and --total-time must be positive");
     if (!o.resampling.empty() && !IsResamplingName(o.resampling))
         throw PrepError("unknown resampling method \"" + o.resampling + "\"");
     for (int k : o.depthPositiveSources)

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -63,6 +64,16 @@ class Reader {
     double Optional(const Json& object, const char* key, double fallback,
                     const std::string& where) const {
         return object.contains(key) ? Number(object.at(key), where + "." + key) : fallback;
+    }
+    int OptionalInteger(const Json& object, const char* key, int fallback, int least,
+                        int most, const std::string& where) const {
+        if (!object.contains(key))
+            return fallback;
+        const Json& v = object.at(key);
+        if (!v.is_number_integer() || v.get<std::int64_t>() < least || v.get<std::int64_t>() > most)
+            Fail(where + "." + key, StringPrintf("a whole number from %d to %d is expected", least,
+                                                 most));
+        return v.get<int>();
     }
     std::string OptionalText(const Json& object, const char* key, const std::string& where) const {
         return object.contains(key) ? Text(object.at(key), where + "." + key) : std::string();
@@ -206,10 +217,10 @@ Plan ReadPlan(const std::string& path) {
         if (d.contains("area"))
             p.design.area = in.Box(d.at("area"), "design.area");
         p.design.finest = in.Optional(d, "finest", 0, "design");
-        p.design.ratio = static_cast<int>(in.Optional(d, "ratio", 3, "design"));
-        p.design.levels = static_cast<int>(in.Optional(d, "levels", 0, "design"));
+        p.design.ratio = in.OptionalInteger(d, "ratio", 3, 2, 1000, "design");
+        p.design.levels = in.OptionalInteger(d, "levels", 0, 0, 12, "design");
         p.design.outerSpacing = in.Optional(d, "outer_spacing", 0, "design");
-        p.design.margin = static_cast<int>(in.Optional(d, "margin", 10, "design"));
+        p.design.margin = in.OptionalInteger(d, "margin", 10, 0, 1000000, "design");
         p.design.maxCells = in.Optional(d, "max_cells", 25e6, "design");
         p.design.outerDepth = in.Optional(d, "outer_depth", 200, "design");
     }

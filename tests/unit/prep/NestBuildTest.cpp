@@ -41,6 +41,10 @@ void WriteInputs(const TempDir& dir, const Place& p) {
                   "%.3f %.3f 15000 0 190 15 90 40000 20000 4.0 \"Offshore\"\n",
                   p.lat + 0.1, p.lon + 0.5);
     dir.Write("fault.txt", fault);
+    char stations[200];
+    std::snprintf(stations, sizeof stations, "# lon lat name\n%.4f %.4f Mouth\n", p.lon + 0.01,
+                  p.lat);
+    dir.Write("stations.txt", stations);
 }
 
 NestOptions Options(const TempDir& dir, const Place& p, const std::string& out = "out") {
@@ -52,6 +56,7 @@ NestOptions Options(const TempDir& dir, const Place& p, const std::string& out =
     o.name = "Coast";
     o.output = (dir.path() / out).string();
     o.fault = (dir.path() / "fault.txt").string();
+    o.stations = (dir.path() / "stations.txt").string();
     o.sources = {(dir.path() / "coarse.tif").string(), (dir.path() / "survey.tif").string()};
     o.quiet = true;
     return o;
@@ -117,8 +122,10 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
     EXPECT_NE(Slurp(out / "Check.txt").find("0 errors, 0 warnings"), std::string::npos)
         << Slurp(out / "Check.txt");
 
+    EXPECT_TRUE(fs::exists(out / "stations.txt")) << "side files beside the project";
     const SeaforgeRun run = RunSeaforge(out, {"Coast.xml"});
     EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("stations.txt"), std::string::npos) << "the project names the list";
     EXPECT_NE(run.out.find("Successful Completion."), std::string::npos);
     EXPECT_EQ(Count(run.out, "Comprisable:OK"), 3u);
     const std::vector<double> cfl = CflNumbers(run.out);
