@@ -88,20 +88,36 @@ SourceFootprint DescribeSource(const std::string& path) {
     return f;
 }
 
-RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive) {
+RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive, double mostCells,
+                             const std::optional<Bounds>& window) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     GDALDatasetUniquePtr source = OpenSource(path);
-    const double cells = double(source->GetRasterXSize()) * source->GetRasterYSize();
+    double cells = double(source->GetRasterXSize()) * source->GetRasterYSize();
     CPLStringList args;
     for (const char* a : {"-of", "MEM", "-t_srs", "EPSG:4326", "-ot", "Float32", "-dstnodata",
-                          "nan", "-r", "bilinear"})
+                          "nan"})
         args.AddString(a);
-    constexpr double kMostCells = 4e6;
-    if (cells > kMostCells) {
-        const double f = std::sqrt(cells / kMostCells);
+    double aspect = double(source->GetRasterXSize()) / source->GetRasterYSize();
+    if (window) {
+        const SourceFootprint f = DescribeSource(path);
+        const Bounds w = {std::max((*window)[0], f.lonLat[0]), std::max((*window)[1], f.lonLat[1]),
+                          std::min((*window)[2], f.lonLat[2]), std::min((*window)[3], f.lonLat[3])};
+        if (!(w[2] > w[0]) || !(w[3] > w[1]))
+            return; // no cells: NaN everywhere
+        cells *= (w[2] - w[0]) * (w[3] - w[1]) /
+                 ((f.lonLat[2] - f.lonLat[0]) * (f.lonLat[3] - f.lonLat[1]));
+        aspect = (w[2] - w[0]) / (w[3] - w[1]);
+        args.AddString("-te");
+        for (double v : w)
+            args.AddString(StringPrintf("%.17g", v).c_str());
+    }
+    args.AddString("-r");
+    args.AddString(cells > mostCells ? "near" : "bilinear");
+    if (cells > mostCells) {
+        const double ny = std::sqrt(mostCells / aspect);
         args.AddString("-ts");
-        args.AddString(std::to_string(std::max(1, int(source->GetRasterXSize() / f))).c_str());
-        args.AddString(std::to_string(std::max(1, int(source->GetRasterYSize() / f))).c_str());
+        args.AddString(std::to_string(std::max(1, int(ny * aspect))).c_str());
+        args.AddString(std::to_string(std::max(1, int(ny))).c_str());
     }
     GDALWarpAppOptions* options = GDALWarpAppOptionsNew(args.List(), nullptr);
     GDALDatasetH handle = GDALDataset::ToHandle(source.get());
@@ -138,13 +154,18 @@ RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive) {
             minJ = std::min(minJ, j);
             maxJ = std::max(maxJ, j);
         }
-    if (maxI < 0)
-        throw PrepError("the elevation source " + path + " holds no valid data");
+    if (maxI < 0) {
+        if (!window)
+            throw PrepError("the elevation source " + path + " holds no valid data");
+        cells_.clear();
+    }
     extent_ = {west_ + minI * dLon_, north_ - (maxJ + 1) * dLat_, west_ + (maxI + 1) * dLon_,
                north_ - minJ * dLat_};
 }
 
 double RasterTerrain::ElevationAt(double lon, double lat) const {
+    if (cells_.empty())
+        return std::numeric_limits<double>::quiet_NaN();
     // Bilinear between cell centres, as the grid command resamples onto finer cells; the
     // nearest cell where a neighbour holds no data.
     const double fx = (lon - west_) / dLon_ - 0.5;
@@ -190,6 +211,8 @@ Bounds LayeredTerrain::DataExtent() const {
     Bounds out = layers_.front()->DataExtent();
     for (const auto& layer : layers_) {
         const Bounds e = layer->DataExtent();
+        if (!(e[2] > e[0]))
+            continue; // a window without data
         out = {std::min(out[0], e[0]), std::min(out[1], e[1]), std::max(out[2], e[2]),
                std::max(out[3], e[3])};
     }
@@ -197,6 +220,8 @@ Bounds LayeredTerrain::DataExtent() const {
 }
 
 double RasterTerrain::LowestIn(const Bounds& b) const {
+    if (cells_.empty())
+        return std::numeric_limits<double>::quiet_NaN();
     const auto clampI = [&](double v) { return std::clamp(v, 0.0, double(nx_)); };
     const auto clampJ = [&](double v) { return std::clamp(v, 0.0, double(ny_)); };
     const int i0 = int(clampI(std::ceil((b[0] - west_) / dLon_ - 0.5)));

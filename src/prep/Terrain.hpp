@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,11 +31,14 @@ class Terrain {
     [[nodiscard]] virtual Bounds DataExtent() const = 0;
 };
 
-// A raster carried into degrees (EPSG 4326) by GDAL's warper at about its own resolution
-// and at most 4 million cells; depths positive down are turned into elevations.
+// A raster carried into degrees (EPSG 4326) by GDAL's warper, depths positive down turned
+// into elevations: the whole raster at most `mostCells` cells (nearest cells where it is
+// coarsened), or only the part inside `window` (degrees) at about its own resolution.
+// Throws PrepError; a window holding no data gives a terrain of NaN.
 class RasterTerrain final : public Terrain {
   public:
-    RasterTerrain(const std::string& path, bool depthPositive);
+    RasterTerrain(const std::string& path, bool depthPositive, double mostCells = 1e6,
+                  const std::optional<Bounds>& window = std::nullopt);
     [[nodiscard]] double ElevationAt(double lon, double lat) const override;
     [[nodiscard]] double LowestIn(const Bounds& lonLat) const override;
     [[nodiscard]] Bounds DataExtent() const override { return extent_; }
