@@ -190,10 +190,26 @@ int main(int argc, char** argv) {
     nestCommand->add_flag("--force", nest.force, "Write over a folder holding another project");
     nestCommand->add_flag("--json", nest.json, "Also write the check's report as JSON");
     nestCommand->add_flag("-q,--quiet", nest.quiet, "No table");
+    nestCommand->footer(R"(
+Designs the chain of nested regions around the place from the sources (the finest region
+holds the area with 10 cells to spare; each region splits its base's cells by --ratio with
+--margin base cells inside it; edges kept off steep ground; the outer region holds the fault
+and reaches deep water; in Japan the finer regions in the JGD2000 plane system of the site,
+elsewhere all in EPSG 4326), writes FOLDER/Plan.json, then builds it as `build` does.
+Exit status: the check's (0, or 2 with warnings, also when a rule gave way), 1 on an error.
+
+Example:
+  seaforge-prep nest --site 141.89 39.27 --radius 3km --finest 10 --fault Fault.txt -o Kamaishi gebco.nc dem.tif)");
     BuildOptions build;
     CLI::App* buildCommand = app.add_subcommand(
         "build", "Make the project, grids, check report and overview a plan describes.");
     buildCommand->add_option("plan", build.plan, "PLAN.json")->required();
+    buildCommand->footer(R"(
+Writes, in the plan's folder, every region's grid through the grid command (only those
+whose inputs changed since the last build, and the regions nested in them), the project
+file with the largest TimeIncrement that keeps every CFL number within the plan's limit,
+Check.txt and Overview.png / Overview.gpkg. A plan the run would refuse is refused before
+any grid is written. Exit status: the check's (0, 2 with warnings), 1 on an error.)");
     buildCommand->add_flag("--json", build.json, "Also write the check's report as JSON");
     buildCommand->add_flag("-q,--quiet", build.quiet, "No table");
 

@@ -7,6 +7,7 @@
 #include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <fstream>
@@ -205,8 +206,13 @@ TEST(NestBuild, RebuildAfterAnEditMakesOnlyWhatDependsOnIt) {
     BuildOptions build;
     build.plan = (out / kPlanName).string();
     build.quiet = true;
+    build.json = true;
     EXPECT_EQ(RunBuild(build), 0);
     EXPECT_EQ(rebuilt(), std::vector<int>{});
+    const nlohmann::json report = nlohmann::json::parse(Slurp(out / "Check.json"), nullptr, false);
+    ASSERT_TRUE(report.is_object()) << "Check.json with --json";
+    EXPECT_EQ(report["regions"].size(), 4u);
+    build.json = false;
 
     plan.regions[2].bounds[0] -= plan.regions[1].spacing;
     WritePlan((out / kPlanName).string(), plan);
