@@ -11,6 +11,8 @@
 #include "projection/MapProjection.hpp"
 
 #include <algorithm>
+#include <cpl_conv.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -195,6 +197,9 @@ int Nest(const NestOptions& o) {
     const double nearLon = near / std::cos(rules.siteLat * 3.141592653589793 / 180);
     const Bounds window = {rules.interest[0] - nearLon, rules.interest[1] - near,
                            rules.interest[2] + nearLon, rules.interest[3] + near};
+    // Bounded as the grid command bounds it, so a large source is read through a small
+    // cache rather than held.
+    CPLSetConfigOption("GDAL_CACHEMAX", "64");
     std::vector<std::unique_ptr<Terrain>> layers;
     for (std::size_t k = 0; k < o.sources.size(); ++k) {
         layers.push_back(std::make_unique<RasterTerrain>(o.sources[k], depthPositive(k)));
