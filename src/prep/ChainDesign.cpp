@@ -207,6 +207,8 @@ Bounds LonLatOf(const ChainRow& row, int zone) {
     return Carry(CellEdges(row.grid), row.epsg, 4326, zone);
 }
 
+constexpr int kEdgeSamples = 101; // points looked at along a side
+
 // The shallowest water along the box's boundary cells (positive metres), NaN when none
 // is water, and how many of its water points lie deeper than `depth`.
 struct EdgeWater {
@@ -218,9 +220,8 @@ struct EdgeWater {
 EdgeWater WaterAlong(const Terrain& terrain, double x0, double y0, double x1, double y1,
                      double depth) {
     EdgeWater w;
-    constexpr int kSteps = 100;
-    for (int s = 0; s <= kSteps; ++s) {
-        const double f = static_cast<double>(s) / kSteps;
+    for (int s = 0; s < kEdgeSamples; ++s) {
+        const double f = static_cast<double>(s) / (kEdgeSamples - 1);
         const double v = terrain.ElevationAt(x0 + f * (x1 - x0), y0 + f * (y1 - y0));
         if (!std::isfinite(v))
             continue;
@@ -649,6 +650,11 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
             const EdgeWater w = SideWater(terrain, box, s, side, rules.outerDepth);
             if (w.water == 0 || 2 * w.deep >= w.water)
                 continue;
+            if (w.data < kEdgeSamples) { // a side partly past the data goes no further
+                stopped[side] = true;
+                why[side] = "the data end there";
+                continue;
+            }
             const bool low = side < 2;
             const int axis = side % 2;
             if (low ? box[axis] <= data[axis] : box[axis + 2] >= data[axis + 2]) {

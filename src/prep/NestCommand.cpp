@@ -189,10 +189,10 @@ int Nest(const NestOptions& o) {
                std::find(o.depthPositiveSources.begin(), o.depthPositiveSources.end(),
                          static_cast<int>(k + 1)) != o.depthPositiveSources.end();
     };
-    // The sources stacked as the grid command stacks them: each whole but coarsened, for
-    // the outer regions, and at its own resolution around the site, where the finer
-    // regions' edges are judged. Reading every cell of a large source would cost more
-    // than the grids themselves.
+    // The sources stacked as the grid command stacks them, each read only where the
+    // planner looks (or, in a plane system, whole but coarsened and at its own resolution
+    // around the site, where the finer regions' edges are judged): reading every cell of a
+    // large source would cost more than the grids themselves.
     const double near = 200.0 * o.ratio * o.ratio * o.finest / kMetresPerDegree;
     const double nearLon = near / std::cos(rules.siteLat * 3.141592653589793 / 180);
     const Bounds window = {rules.interest[0] - nearLon, rules.interest[1] - near,
@@ -201,11 +201,8 @@ int Nest(const NestOptions& o) {
     // cache rather than held.
     CPLSetConfigOption("GDAL_CACHEMAX", "64");
     std::vector<std::unique_ptr<Terrain>> layers;
-    for (std::size_t k = 0; k < o.sources.size(); ++k) {
-        layers.push_back(std::make_unique<RasterTerrain>(o.sources[k], depthPositive(k)));
-        layers.push_back(
-            std::make_unique<RasterTerrain>(o.sources[k], depthPositive(k), 4e6, window));
-    }
+    for (std::size_t k = 0; k < o.sources.size(); ++k)
+        layers.push_back(OpenTerrain(o.sources[k], depthPositive(k), window));
     const LayeredTerrain terrain(std::move(layers));
     rules.finest = o.finest;
     rules.ratio = o.ratio;

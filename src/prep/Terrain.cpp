@@ -239,3 +239,134 @@ double RasterTerrain::LowestIn(const Bounds& b) const {
         return ElevationAt(0.5 * (b[0] + b[2]), 0.5 * (b[1] + b[3]));
     return lowest;
 }
+
+BlockTerrain::~BlockTerrain() {
+    if (dataset_ != nullptr)
+        GDALClose(static_cast<GDALDatasetH>(dataset_));
+}
+
+double BlockTerrain::Lon(double lon) const {
+    if (lon < extent_[0] && lon + 360 <= extent_[2])
+        return lon + 360;
+    if (lon > extent_[2] && lon - 360 >= extent_[0])
+        return lon - 360;
+    return lon;
+}
+
+double BlockTerrain::Cell(std::int64_t i, std::int64_t j) const {
+    if (i < 0 || j < 0 || i >= nx_ || j >= ny_)
+        return std::numeric_limits<double>::quiet_NaN();
+    const std::int64_t bi = i / blockX_;
+    const std::int64_t bj = j / blockY_;
+    const std::int64_t key = bj * ((nx_ + blockX_ - 1) / blockX_) + bi;
+    auto found = blocks_.find(key);
+    if (found == blocks_.end()) {
+        // At most 256 blocks held: a few tens of megabytes.
+        if (blocks_.size() >= 256)
+            blocks_.clear();
+        const int x0 = static_cast<int>(bi * blockX_);
+        const int y0 = static_cast<int>(bj * blockY_);
+        const int w = std::min<int>(blockX_, nx_ - x0);
+        const int h = std::min<int>(blockY_, ny_ - y0);
+        std::vector<float> cells(static_cast<std::size_t>(w) * h,
+                                 std::numeric_limits<float>::quiet_NaN());
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        if (GDALRasterIO(static_cast<GDALRasterBandH>(band_), GF_Read, x0, y0, w, h,
+                         cells.data(), w, h, GDT_Float32, 0, 0) != CE_None)
+            std::fill(cells.begin(), cells.end(), std::numeric_limits<float>::quiet_NaN());
+        for (float& v : cells) {
+            if (!std::isfinite(v) || (hasNoData_ && v == static_cast<float>(noData_)))
+                v = std::numeric_limits<float>::quiet_NaN();
+            else if (depthPositive_)
+                v = -v;
+        }
+        found = blocks_.emplace(key, std::move(cells)).first;
+    }
+    const std::int64_t w = std::min<std::int64_t>(blockX_, nx_ - bi * blockX_);
+    return found->second[static_cast<std::size_t>((j - bj * blockY_) * w + (i - bi * blockX_))];
+}
+
+double BlockTerrain::ElevationAt(double lon, double lat) const {
+    const double fx = (Lon(lon) - transform_[0]) / transform_[1] - 0.5;
+    const double fy = (lat - transform_[3]) / transform_[5] - 0.5;
+    if (!(fx > -1 && fy > -1 && fx < nx_ && fy < ny_))
+        return std::numeric_limits<double>::quiet_NaN();
+    const std::int64_t i0 = static_cast<std::int64_t>(std::floor(fx));
+    const std::int64_t j0 = static_cast<std::int64_t>(std::floor(fy));
+    const double u = fx - static_cast<double>(i0);
+    const double v = fy - static_cast<double>(j0);
+    const auto at = [&](std::int64_t i, std::int64_t j) {
+        return Cell(std::clamp<std::int64_t>(i, 0, nx_ - 1), std::clamp<std::int64_t>(j, 0, ny_ - 1));
+    };
+    const double value = (1 - u) * (1 - v) * at(i0, j0) + u * (1 - v) * at(i0 + 1, j0) +
+                         (1 - u) * v * at(i0, j0 + 1) + u * v * at(i0 + 1, j0 + 1);
+    if (std::isfinite(value))
+        return value;
+    return at(static_cast<std::int64_t>(std::floor(fx + 0.5)),
+              static_cast<std::int64_t>(std::floor(fy + 0.5)));
+}
+
+double BlockTerrain::LowestIn(const Bounds& b) const {
+    const auto column = [&](double lon) { return (Lon(lon) - transform_[0]) / transform_[1]; };
+    const auto row = [&](double lat) { return (lat - transform_[3]) / transform_[5]; };
+    // The cells whose centres lie in the box, as RasterTerrain takes them.
+    const auto first = [](double f) { return static_cast<std::int64_t>(std::ceil(f - 0.5)); };
+    const auto past = [](double f) { return static_cast<std::int64_t>(std::floor(f - 0.5)) + 1; };
+    const std::int64_t i0 = std::max<std::int64_t>(0, first(column(b[0])));
+    const std::int64_t i1 = std::min<std::int64_t>(nx_, past(column(b[2])));
+    const std::int64_t j0 = std::max<std::int64_t>(0, first(row(b[3])));
+    const std::int64_t j1 = std::min<std::int64_t>(ny_, past(row(b[1])));
+    if (i1 <= i0 || j1 <= j0)
+        return ElevationAt(0.5 * (b[0] + b[2]), 0.5 * (b[1] + b[3]));
+    // Every cell of a box of a few dozen blocks; beyond, a lattice touching one block in
+    // four along each axis.
+    const std::int64_t blocks = ((i1 - i0) / blockX_ + 1) * ((j1 - j0) / blockY_ + 1);
+    const std::int64_t stepX = blocks <= 64 ? 1 : 4 * blockX_ + 1;
+    const std::int64_t stepY = blocks <= 64 ? 1 : 4 * blockY_ + 1;
+    double lowest = std::numeric_limits<double>::quiet_NaN();
+    for (std::int64_t j = j0; j < j1; j += stepY)
+        for (std::int64_t i = i0; i < i1; i += stepX) {
+            const double v = Cell(i, j);
+            if (std::isfinite(v) && !(v >= lowest))
+                lowest = v;
+        }
+    return std::isnan(lowest) ? ElevationAt(0.5 * (b[0] + b[2]), 0.5 * (b[1] + b[3])) : lowest;
+}
+
+std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive,
+                                     const Bounds& near) {
+    {
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        GDALDatasetUniquePtr ds = OpenSource(path);
+        double t[6];
+        (void)ds->GetGeoTransform(t); // checked by OpenSource
+        if (ds->GetSpatialRef()->IsGeographic() && t[2] == 0 && t[4] == 0 && t[1] > 0 &&
+            t[5] < 0) {
+            std::unique_ptr<BlockTerrain> terrain(new BlockTerrain());
+            GDALRasterBand* band = ds->GetRasterBand(1);
+            int bx = 1;
+            int by = 1;
+            band->GetBlockSize(&bx, &by);
+            // Strips of one row are read a few hundred rows at a time.
+            terrain->blockX_ = std::max(1, bx);
+            terrain->blockY_ = by < 16 ? 256 : by;
+            if (terrain->blockX_ < 16)
+                terrain->blockX_ = 256;
+            terrain->nx_ = ds->GetRasterXSize();
+            terrain->ny_ = ds->GetRasterYSize();
+            std::copy(t, t + 6, terrain->transform_);
+            int hasNoData = 0;
+            terrain->noData_ = band->GetNoDataValue(&hasNoData);
+            terrain->hasNoData_ = hasNoData != 0;
+            terrain->depthPositive_ = depthPositive;
+            terrain->extent_ = {t[0], t[3] + terrain->ny_ * t[5], t[0] + terrain->nx_ * t[1], t[3]};
+            terrain->band_ = band;
+            terrain->dataset_ = GDALDataset::ToHandle(ds.release());
+            return terrain;
+        }
+    }
+    std::vector<std::unique_ptr<Terrain>> layers;
+    layers.push_back(std::make_unique<RasterTerrain>(path, depthPositive));
+    layers.push_back(std::make_unique<RasterTerrain>(path, depthPositive, 4e6, near));
+    return std::make_unique<LayeredTerrain>(std::move(layers));
+}

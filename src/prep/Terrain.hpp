@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -67,3 +68,41 @@ class LayeredTerrain final : public Terrain {
   private:
     std::vector<std::unique_ptr<Terrain>> layers_;
 };
+
+// A raster in longitude and latitude read where it is asked, a block at a time, so that the
+// planner reads only the parts of a large source it looks at: elevations between cell
+// centres bilinearly, the lowest value of a large box from a sparse lattice of cells (one
+// every few blocks), the extent from the raster's edges. Depths positive down are turned
+// into elevations, nodata into NaN. Made by OpenTerrain; not for rotated rasters.
+class BlockTerrain final : public Terrain {
+  public:
+    ~BlockTerrain() override;
+    [[nodiscard]] double ElevationAt(double lon, double lat) const override;
+    [[nodiscard]] double LowestIn(const Bounds& lonLat) const override;
+    [[nodiscard]] Bounds DataExtent() const override { return extent_; }
+
+  private:
+    friend std::unique_ptr<Terrain> OpenTerrain(const std::string&, bool, const Bounds&);
+    BlockTerrain() = default;
+    [[nodiscard]] double Cell(std::int64_t i, std::int64_t j) const; // NaN outside
+    [[nodiscard]] double Lon(double lon) const; // taken to the raster's side of the date line
+
+    void* dataset_ = nullptr; // GDALDatasetH, owned
+    void* band_ = nullptr;    // GDALRasterBandH of band 1
+    std::int32_t nx_ = 0;
+    std::int32_t ny_ = 0;
+    std::int32_t blockX_ = 1;
+    std::int32_t blockY_ = 1;
+    double transform_[6] = {};
+    bool depthPositive_ = false;
+    bool hasNoData_ = false;
+    double noData_ = 0;
+    Bounds extent_{};
+    mutable std::unordered_map<std::int64_t, std::vector<float>> blocks_;
+};
+
+// The terrain of one source: a BlockTerrain for a north-up raster in longitude and
+// latitude, else the raster carried into degrees whole (coarsened) and, at its own
+// resolution, inside `near` (degrees), stacked. Throws PrepError.
+[[nodiscard]] std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive,
+                                                   const Bounds& near);
