@@ -341,4 +341,26 @@ TEST(NestBuild, CommandLinePlanOnly) {
                        "(metres), not \"3 miles\"\n");
 }
 
+// --area gives the area of interest itself: the finest region holds it with 10 of its
+// cells to spare on every side.
+TEST(NestBuild, AreaHeldByTheFinestRegion) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    NestOptions o = Options(dir, kHawaii);
+    o.site.reset();
+    const Bounds area = {-155.06, 19.71, -155.03, 19.73};
+    o.area = area;
+    o.planOnly = true;
+    ASSERT_EQ(RunNest(o), 0);
+    const Plan plan = ReadPlan((dir.path() / "out" / kPlanName).string());
+    const PlanRegion& finest = plan.regions.back();
+    const double spare = 10 * finest.spacing - 1e-9;
+    EXPECT_LE(finest.bounds[0], area[0] - spare);
+    EXPECT_LE(finest.bounds[1], area[1] - spare);
+    EXPECT_GE(finest.bounds[2], area[2] + spare);
+    EXPECT_GE(finest.bounds[3], area[3] + spare);
+    EXPECT_EQ(*plan.design.area, area);
+    EXPECT_FALSE(plan.design.site.has_value());
+}
+
 } // namespace

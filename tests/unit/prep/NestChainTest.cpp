@@ -281,4 +281,27 @@ TEST(NestChain, OuterRegionHoldsTheFaults) {
         << d.warnings[0];
 }
 
+// Without --levels the chain grows until its outer spacing reaches the source's cells, or
+// --outer-spacing.
+TEST(NestChain, LevelsFromTheSourceOrTheOuterSpacing) {
+    const SlopeTerrain terrain;
+    ChainRules rules;
+    rules.siteLon = 140.5;
+    rules.siteLat = 39.5;
+    rules.interest = {140.49, 39.49, 140.51, 39.51};
+    rules.finest = 30;
+    struct Case {
+        double sourceMetres;
+        double outerSpacing;
+        std::size_t levels;
+    };
+    for (const Case& c : {Case{800, 0, 4}, Case{810, 0, 4}, Case{811, 0, 5}, Case{50, 0, 2},
+                          Case{800, 270, 3}}) {
+        rules.sourceMetres = c.sourceMetres;
+        rules.outerSpacing = c.outerSpacing;
+        EXPECT_EQ(DesignChain(rules, terrain).rows.size(), c.levels)
+            << c.sourceMetres << " " << c.outerSpacing;
+    }
+}
+
 } // namespace
