@@ -717,6 +717,11 @@ ChainDesign DesignChain(const ChainRules& rules, const Terrain& terrain) {
                                          "no data",
                                          row.number, row.name.c_str()));
     }
+    for (const ChainRow& row : rows)
+        if (row.grid.nx < kLeastCells || row.grid.ny < kLeastCells)
+            design.warnings.push_back(StringPrintf(
+                "region %d (%s): %d x %d cells, fewer than %d a side: the data end there",
+                row.number, row.name.c_str(), row.grid.nx, row.grid.ny, kLeastCells));
     design.timeIncrement = LargestTimeIncrement(rows, rules.cfl);
     WorkOutRowSteps(rows, design.timeIncrement, rules.cfl);
     design.rows = std::move(rows);

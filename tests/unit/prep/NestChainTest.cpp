@@ -272,6 +272,21 @@ TEST(NestChain, OuterRegionHoldsTheFaults) {
     EXPECT_GE(outer[2], 141.6 + 10 * d.rows[0].spacing - 1e-9);
     EXPECT_TRUE(d.warnings.empty()) << d.warnings.front();
 
+    // Data ending a few cells east of the site cut the regions short, and say so.
+    class ShortTerrain final : public Terrain {
+      public:
+        double ElevationAt(double lon, double lat) const override {
+            return lon > 140.52 ? std::nan("") : SlopeTerrain().ElevationAt(lon, lat);
+        }
+        double LowestIn(const Bounds&) const override { return -1000; }
+        Bounds DataExtent() const override { return {139.0, 37.0, 140.52, 41.0}; }
+    };
+    const ChainDesign cut = DesignChain(rules, ShortTerrain());
+    bool named = false;
+    for (const std::string& w : cut.warnings)
+        named = named || w.find("fewer than 100 a side: the data end there") != std::string::npos;
+    EXPECT_TRUE(named);
+
     rules.faults.push_back({"2 (Far)", {141.8, 39.0, 142.6, 39.2}});
     d = DesignChain(rules, terrain);
     outer = CellEdges(d.rows[0].grid);
