@@ -363,4 +363,24 @@ TEST(NestBuild, AreaHeldByTheFinestRegion) {
     EXPECT_FALSE(plan.design.site.has_value());
 }
 
+// A source of depths, positive down, named as such gives the same chain and grids as its
+// elevations: the option reaches the planner and the grid command alike.
+TEST(NestBuild, DepthPositiveSourceGivesTheSameGrids) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    const Coast coast{kHawaii.lon, kHawaii.lat};
+    coast.Write((dir.path() / "depths.tif").string(), 0.01, -1.0, -1.0, 1.5, 1.0, true);
+    ASSERT_EQ(RunNest(Options(dir, kHawaii, "heights")), 0);
+    NestOptions o = Options(dir, kHawaii, "depths");
+    o.sources[0] = (dir.path() / "depths.tif").string();
+    o.depthPositiveSources = {1};
+    ASSERT_EQ(RunNest(o), 0);
+    const Plan plan = ReadPlan((dir.path() / "depths" / kPlanName).string());
+    EXPECT_TRUE(plan.regions[0].sources[0].depthPositive);
+    EXPECT_FALSE(plan.regions[0].sources[1].depthPositive);
+    for (const PlanRegion& r : plan.regions)
+        EXPECT_EQ(Slurp(dir.path() / "depths" / r.grid), Slurp(dir.path() / "heights" / r.grid))
+            << r.name;
+}
+
 } // namespace
