@@ -11,6 +11,7 @@
 #include "prep/ProjectWriter.hpp"
 #include "prep/Terrain.hpp"
 #include "prep/Warp.hpp"
+#include "inputs/Station.hpp"
 #include "project/Console.hpp"
 #include "projection/MapProjection.hpp"
 
@@ -195,6 +196,65 @@ std::string PlaceSideFile(const fs::path& dir, const std::string& path, const ch
     return name;
 }
 
+// The list `name` (degrees, beside the project) split for the run: the points inside a
+// region of the plane system `zone`, carried into it with the run's projection service,
+// as "<stem>_EPSG<zone>.txt", and the others as "<stem>_EPSG<geographic>.txt", both beside
+// it. Each answer is "" when it holds no point. Read with the run's reader.
+std::pair<std::string, std::string> SplitPointList(const fs::path& dir, const std::string& name,
+                                                   int geographic, int zone,
+                                                   const std::vector<ChainRow>& rows) {
+    XML_STATION record;
+    record.EPSG = geographic;
+    record.FileName = (dir / name).string();
+    Station list(record);
+    if (list.LoadFile() != 0)
+        throw PrepError("the run cannot read the point list " + name +
+                        " (a line with fewer than three fields, or it cannot be opened)");
+    std::vector<double> x;
+    std::vector<double> y;
+    for (const PosXY& p : list.points) {
+        x.push_back(p.x);
+        y.push_back(p.y);
+    }
+    if (x.empty())
+        return {};
+    SetMapProjectionNotices(false);
+    const std::int32_t n = static_cast<std::int32_t>(x.size());
+    const bool converted = mapproject_initialize_using_epsg_(geographic, zone) != nullptr &&
+                           ll2xy_(&n, x.data(), y.data(), x.data(), y.data()) == 0;
+    mapproject_finalize_();
+    if (!converted)
+        throw PrepError("the points of " + name + " cannot be carried into EPSG " +
+                        std::to_string(zone));
+    std::string planeText;
+    std::string geographicText;
+    for (std::size_t k = 0; k < x.size(); ++k) {
+        bool inside = false;
+        for (const ChainRow& row : rows) {
+            const Bounds e = CellEdges(row.grid);
+            inside = inside || (row.epsg == zone && x[k] >= e[0] && x[k] <= e[2] &&
+                                y[k] >= e[1] && y[k] <= e[3]);
+        }
+        const PosXY& p = list.points[k];
+        if (inside)
+            planeText += StringPrintf("%.3f %.3f %s\n", x[k], y[k], p.name.c_str());
+        else
+            geographicText += StringPrintf("%s %s %s\n", ShortestDecimal(p.x).c_str(),
+                                           ShortestDecimal(p.y).c_str(), p.name.c_str());
+    }
+    const auto write = [&](const std::string& text, int epsg) {
+        if (text.empty())
+            return std::string();
+        const std::string file =
+            fs::path(name).stem().string() + "_EPSG" + std::to_string(epsg) + ".txt";
+        WriteFileAtomically((dir / file).string(), [&](std::FILE* f) {
+            return std::fwrite(text.data(), 1, text.size(), f) == text.size();
+        });
+        return file;
+    };
+    return {write(geographicText, geographic), write(planeText, zone)};
+}
+
 // The shallowest water on the grid's outer ring of cells (metres), NaN when none.
 double ShallowestOnRing(const Region& grid) {
     double shallowest = std::nan("");
@@ -370,8 +430,28 @@ int Build(const BuildOptions& o) {
         if (r.epsg == 4612 || zone != 0)
             settings.geographicEpsg = 4612;
     settings.fault = PlaceSideFile(dir, plan.fault, "fault file");
-    settings.stations = PlaceSideFile(dir, plan.stations, "station list");
-    settings.coastPoints = PlaceSideFile(dir, plan.coastPoints, "coastal point list");
+    // The run fits a list's points only into regions of the list's own system: in a chain
+    // with plane regions, the points inside them go into a list in that system, the
+    // others into a geographic one.
+    const auto lists = [&](const std::string& path, const char* what) {
+        std::vector<std::pair<std::string, int>> out;
+        const std::string name = PlaceSideFile(dir, path, what);
+        if (name.empty())
+            return out;
+        if (zone == 0) {
+            out.emplace_back(name, settings.geographicEpsg);
+            return out;
+        }
+        const auto [geographic, plane] =
+            SplitPointList(dir, name, settings.geographicEpsg, zone, rows);
+        if (!geographic.empty())
+            out.emplace_back(geographic, settings.geographicEpsg);
+        if (!plane.empty())
+            out.emplace_back(plane, zone);
+        return out;
+    };
+    settings.stations = lists(plan.stations, "station list");
+    settings.coastPoints = lists(plan.coastPoints, "coastal point list");
     const std::string projectName = plan.name + ".xml";
     WriteProjectFile((dir / projectName).string(), plan, settings);
 

@@ -94,16 +94,19 @@ bool Serialise(const std::string& path, const Plan& plan, const ProjectSettings&
     }
     if (!s.stations.empty() || !s.coastPoints.empty()) {
         DOMElement* output = b.Add(root, "CalcOutputSetting");
-        if (!s.stations.empty()) {
-            DOMElement* list = b.Add(b.Add(output, "Dump1d"), "StationPos");
-            b.Add(list, "EPSG", std::to_string(s.geographicEpsg));
-            b.Add(list, "FileName", s.stations);
-        }
-        if (!s.coastPoints.empty()) {
-            DOMElement* list = b.Add(b.Add(output, "CoastalPoint"), "ExtractPoint");
-            b.Add(list, "EPSG", std::to_string(s.geographicEpsg));
-            b.Add(list, "FileName", s.coastPoints);
-        }
+        const auto lists = [&](const char* block, const char* element,
+                               const std::vector<std::pair<std::string, int>>& files) {
+            if (files.empty())
+                return;
+            DOMElement* parent = b.Add(output, block);
+            for (const auto& [file, epsg] : files) {
+                DOMElement* list = b.Add(parent, element);
+                b.Add(list, "EPSG", std::to_string(epsg));
+                b.Add(list, "FileName", file);
+            }
+        };
+        lists("Dump1d", "StationPos", s.stations);
+        lists("CoastalPoint", "ExtractPoint", s.coastPoints);
     }
     std::unique_ptr<DOMLSSerializer, Releaser<DOMLSSerializer>> writer(impl->createLSSerializer());
     DOMConfiguration* config = writer->getDomConfig();
@@ -146,10 +149,18 @@ std::string Difference(const QuorXmlParameter& read, const Plan& plan, const Pro
             x.GridSize != r.spacing || x.Topography.FileName != r.grid)
             return StringPrintf("region %d", r.number);
     }
-    if ((read.StationPos.empty() ? std::string() : read.StationPos[0].FileName) != s.stations)
+    const auto same = [](const std::vector<XML_STATION>& read_,
+                         const std::vector<std::pair<std::string, int>>& meant) {
+        if (read_.size() != meant.size())
+            return false;
+        for (std::size_t k = 0; k < meant.size(); ++k)
+            if (read_[k].FileName != meant[k].first || read_[k].EPSG != meant[k].second)
+                return false;
+        return true;
+    };
+    if (!same(read.StationPos, s.stations))
         return "StationPos";
-    if ((read.ExtractPoints.empty() ? std::string() : read.ExtractPoints[0].FileName) !=
-        s.coastPoints)
+    if (!same(read.ExtractPoints, s.coastPoints))
         return "ExtractPoint";
     return {};
 }

@@ -3,14 +3,17 @@
 #include "prep/Plan.hpp"
 
 #include <string>
+#include <utility>
+#include <vector>
 
 // The project file of a plan, written with the XML library the run reads it with.
 struct ProjectSettings {
     double timeIncrement = 0;
     int geographicEpsg = 4326; // the system of the fault and point lists
     std::string fault;         // file names as the project names them
-    std::string stations;
-    std::string coastPoints;
+    // Point lists as the project names them, each with the system of its coordinates.
+    std::vector<std::pair<std::string, int>> stations;
+    std::vector<std::pair<std::string, int>> coastPoints;
 };
 
 // Writes `path` whole: the document is serialised beside it, read back with the run's

@@ -126,7 +126,14 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
     EXPECT_TRUE(fs::exists(out / "stations.txt")) << "side files beside the project";
     const SeaforgeRun run = RunSeaforge(out, {"Coast.xml"});
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("stations.txt"), std::string::npos) << "the project names the list";
+    EXPECT_NE(run.out.find("FileName:stations"), std::string::npos) << "the project names the list";
+    // The station is fitted into the finest region, in Japan through a list in its plane
+    // system.
+    const std::string best = Slurp(out / "Coast" / "Calc" / "Dump1d_BEST.txt");
+    EXPECT_EQ(Count(best, "\n"), 1u) << best;
+    EXPECT_NE(best.find(", Mouth, 4\n"), std::string::npos) << best;
+    EXPECT_EQ(fs::exists(out / ("stations_EPSG" + std::to_string(place.zone) + ".txt")),
+              place.zone != 0);
     EXPECT_NE(run.out.find("Successful Completion."), std::string::npos);
     EXPECT_EQ(Count(run.out, "Comprisable:OK"), 3u);
     const std::vector<double> cfl = CflNumbers(run.out);
