@@ -1,8 +1,10 @@
 // seaforge-prep: what modellers do by hand before and around a Seaforge run. The command
 // line only: each command's options go into its struct and its function answers the exit
 // status.
+#include "prep/BuildCommand.hpp"
 #include "prep/CheckCommand.hpp"
 #include "prep/GridCommand.hpp"
+#include "prep/NestCommand.hpp"
 #include "prep/OverviewCommand.hpp"
 
 #include <CLI/CLI.hpp>
@@ -223,6 +225,60 @@ int main(int argc, char** argv) {
     overviewCommand->add_option("--width", overview.width, "Picture width in pixels (1200)");
     overviewCommand->add_flag("-q,--quiet", overview.quiet, "No summary");
 
+    // nest and build: a chain of regions from a place, and everything from its plan.
+    NestOptions nest;
+    std::vector<double> site;
+    std::vector<double> area;
+    CLI::App* nestCommand = app.add_subcommand(
+        "nest", "Design the nested regions for a place, write their plan and build them.");
+    nestCommand->add_option("sources", nest.sources, "SOURCE...: elevation rasters")->required();
+    auto* siteOption = nestCommand->add_option("--site", site, "LON LAT: the place")->expected(2)->allow_extra_args(false);
+    nestCommand->add_option("--radius", nest.radius, "around the site: 3km, 500m (default 1km)");
+    nestCommand->add_option("--area", area, "LONMIN LATMIN LONMAX LATMAX: the area of interest")->expected(4)->allow_extra_args(false)->excludes(siteOption);
+    nestCommand->add_option("--finest", nest.finest, "The finest spacing, metres")->required();
+    nestCommand->add_option("--ratio", nest.ratio, "Base spacing / nested spacing (3)");
+    nestCommand->add_option("--levels", nest.levels, "Number of regions");
+    nestCommand->add_option("--outer-spacing", nest.outerSpacing, "The outer region's spacing, metres");
+    nestCommand->add_option("--cfl", nest.cfl, "The CFL limit every region keeps (0.8)");
+    nestCommand->add_option("--margin", nest.margin, "Base cells inside the base's edges (10)");
+    nestCommand->add_option("--max-cells", nest.maxCells, "Cells in all regions (25e6)");
+    nestCommand->add_option("--outer-depth", nest.outerDepth, "Depth the outer sides reach (200)");
+    nestCommand->add_option("--name", nest.name, "ProjectName (the folder's name)");
+    nestCommand->add_option("-o,--output", nest.output, "Output folder")->required();
+    nestCommand->add_option("--fault", nest.fault, "The fault model file");
+    nestCommand->add_option("--stations", nest.stations, "Station list");
+    nestCommand->add_option("--coast-points", nest.coastPoints, "Coastal point list");
+    nestCommand->add_option("--total-time", nest.totalTime, "TotalTime, seconds (3600)");
+    nestCommand->add_flag("--depth-positive", nest.depthPositive, "Every source holds depths");
+    nestCommand->add_option("--depth-positive-source", nest.depthPositiveSources, "N: source N holds depths");
+    nestCommand->add_option("--resampling", nest.resampling, "gdalwarp method for every source");
+    nestCommand->add_flag("--plan-only", nest.planOnly, "Print the table and write the plan only");
+    nestCommand->add_flag("--force", nest.force, "Write over a folder holding another project");
+    nestCommand->add_flag("--json", nest.json, "Also write the check's report as JSON");
+    nestCommand->add_flag("-q,--quiet", nest.quiet, "No table");
+    nestCommand->footer(R"(
+Designs the chain of nested regions around the place from the sources (the finest region
+holds the area with 10 cells to spare; each region splits its base's cells by --ratio with
+--margin base cells inside it; edges kept off steep ground; the outer region holds the fault
+and reaches deep water; in Japan the finer regions in the JGD2000 plane system of the site,
+elsewhere all in EPSG 4326), writes FOLDER/Plan.json, then builds it as `build` does.
+Exit status: the check's (0, or 2 with warnings, also when a rule gave way), 1 on an error.
+
+Example:
+  seaforge-prep nest --site 141.89 39.27 --radius 3km --finest 10 --fault Fault.txt -o Kamaishi gebco.nc dem.tif)");
+    BuildOptions build;
+    CLI::App* buildCommand = app.add_subcommand(
+        "build", "Make the project, grids, check report and overview a plan describes.");
+    buildCommand->add_option("plan", build.plan, "PLAN.json")->required();
+    buildCommand->footer(R"(
+Writes, in the plan's folder, every region's grid through the grid command (only those
+whose inputs changed since the last build, and the regions nested in them), the project
+file with the largest TimeIncrement that keeps every CFL number within the plan's limit,
+Check.txt and Overview.png / Overview.gpkg. A plan the run would refuse is refused before
+any grid is written. Exit status: the check's (0, 2 with warnings), 1 on an error.)");
+    buildCommand->add_flag("--json", build.json, "Also write the check's report as JSON");
+    buildCommand->add_flag("-q,--quiet", build.quiet, "No table");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -280,6 +336,15 @@ int main(int argc, char** argv) {
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }
+    if (nestCommand->parsed()) {
+        if (!site.empty())
+            nest.site = std::array<double, 2>{site[0], site[1]};
+        if (!area.empty())
+            nest.area = Bounds{area[0], area[1], area[2], area[3]};
+        return RunNest(nest);
+    }
+    if (buildCommand->parsed())
+        return RunBuild(build);
     if (overviewCommand->parsed())
         return RunOverview(overview);
     return 1;
