@@ -347,8 +347,11 @@ int Build(const BuildOptions& o) {
             (void)DescribeSource(source); // a bad source is named before any grid is made
     std::vector<WarpSource> all;
     for (const Target& t : targets)
-        for (const std::string& source : t.sources)
-            all.push_back({source, false});
+        for (const std::string& source : t.sources) {
+            WarpSource w;
+            w.path = source;
+            all.push_back(w);
+        }
     CheckSources(all);
 
     const fs::path recordPath = dir / kBuildRecordName;
