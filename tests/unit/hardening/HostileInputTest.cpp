@@ -115,23 +115,6 @@ std::string Code(const std::string& message) { return ErrorBlock(message); }
 // The start of a picture file: binary bytes no reader knows.
 const std::string kPicture("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\x03", 20);
 
-// Entity expansion and a missing or malformed project have cases of their own (the
-// expansion tests, the parser's tests, the end-to-end cases); here, what is no XML at all.
-TEST(HostileInput, ProjectFile) {
-    const std::pair<const char*, Input> cases[] = {
-        {"empty", File("")}, {"picture", File(kPicture)}, {"directory", kDirectory}};
-    for (const auto& [label, input] : cases) {
-        const SeaforgeRun run = RunWith(Slot::kProjectFile, "", input);
-        EXPECT_EQ(run.err, "Miss Parse\n" + Code("ERROR:XML Parse")) << label;
-        EXPECT_EQ(run.status, 1) << label;
-        EXPECT_EQ(run.out, "=============================================\n"
-                           "       Seaforge version 1.1.938\n"
-                           "=============================================\n"
-                           "\n>>>>>>>>>>>>>>>>>> XML Input:\n")
-            << label;
-    }
-}
-
 // Why a grid read fails: the file cannot be opened (1), a header line has the wrong
 // token count (2), or the values do not match the header (3), with the count and sizes.
 struct Cause {
