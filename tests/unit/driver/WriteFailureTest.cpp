@@ -171,19 +171,32 @@ const std::vector<Blocked>& Outputs() {
     return outputs;
 }
 
+// The example copied to a fresh run folder whose destination already exists (an existing
+// one is accepted), for a case to block a file in before the run.
+struct ExampleRun {
+    TempDir dir;
+    fs::path run = dir.path() / "run";
+    fs::path calc = run / kCalc;
+    explicit ExampleRun(bool perRegion) {
+        CopyExample(run, perRegion);
+        fs::create_directories(calc);
+    }
+    SeaforgeRun Run() const { return RunSeaforge(run, {"Example.xml"}); }
+};
+
+void ExpectFailure(const SeaforgeRun& result, const std::string& expected) {
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, kWarning + expected);
+    EXPECT_EQ(result.out.find("Successful Completion."), std::string::npos);
+}
+
 // Runs the example with `block` applied to the file of `output` and checks the outcome.
 template <class Block> void ExpectBlockedRun(const Blocked& output, Block block) {
-    TempDir dir;
-    const fs::path run = dir.path() / "run";
-    CopyExample(run, output.perRegion);
-    fs::create_directories(run / kCalc); // an existing destination is accepted
-    const fs::path blocked = run / output.file;
+    const ExampleRun example(output.perRegion);
+    const fs::path blocked = example.run / output.file;
     block(blocked);
-    const SeaforgeRun result = RunSeaforge(run, {"Example.xml"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, kWarning + output.expected);
-    EXPECT_EQ(result.out.find("Successful Completion."), std::string::npos);
-    ExpectEarlierFilesIntact(run, {blocked}, output.perRegion, output.before);
+    ExpectFailure(example.Run(), output.expected);
+    ExpectEarlierFilesIntact(example.run, {blocked}, output.perRegion, output.before);
 }
 
 TEST(WriteFailure, DirectoryInPlaceOfEachOutput) {
@@ -203,18 +216,16 @@ TEST(WriteFailure, DirectoryInPlaceOfEachOutput) {
 // A shapefile that cannot be made refuses each feature and the run carries on, as for a
 // system it cannot describe: nothing was written, so nothing is truncated.
 TEST(WriteFailure, DirectoryInPlaceOfShapefileRefusesItsFeatures) {
-    TempDir dir;
-    const fs::path run = dir.path() / "run";
-    CopyExample(run, false);
-    fs::create_directories(run / kCalc / "Station_2451.shp");
-    const SeaforgeRun result = RunSeaforge(run, {"Example.xml"});
+    const ExampleRun example(false);
+    fs::create_directory(example.calc / "Station_2451.shp");
+    const SeaforgeRun result = example.Run();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, kWarning);
     EXPECT_NE(result.out.find("Error : Shapefile::create() -> OGRSFDriver::CreateDataSource()\n"
                               "Error : Shapefile::writePoint() -> Layer null or Type not POINT\n"),
               std::string::npos);
     EXPECT_NE(result.out.find("Successful Completion."), std::string::npos);
-    EXPECT_FALSE(fs::exists(run / kCalc / "Station_2451.dbf"));
+    EXPECT_FALSE(fs::exists(example.calc / "Station_2451.dbf"));
 }
 
 TEST(WriteFailure, FullDiskUnderEachOutput) {
@@ -240,25 +251,16 @@ TEST(WriteFailure, ReadOnlyDestination) {
         GTEST_SKIP() << "a read-only folder does not stop this user (root ignores permissions)";
     // The shapefiles come first and are refused feature by feature, as a folder that
     // cannot take them is; the first checked write is the topography's picture.
-    TempDir dir;
-    const fs::path run = dir.path() / "run";
-    CopyExample(run, false);
-    fs::create_directories(run / kCalc);
-    fs::permissions(run / kCalc, fs::perms::owner_read | fs::perms::owner_exec);
-    const SeaforgeRun result = RunSeaforge(run, {"Example.xml"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, kWarning + Outputs()[3].expected);
-    EXPECT_EQ(result.out.find("Successful Completion."), std::string::npos);
+    const ExampleRun example(false);
+    fs::permissions(example.calc, fs::perms::owner_read | fs::perms::owner_exec);
+    ExpectFailure(example.Run(), Outputs()[3].expected);
 }
 
 // The destination folder on a small file system filled to the last block before the run.
 TEST(WriteFailure, GenuinelyFullDisk) {
     const Blocked& first = Outputs().front();
-    TempDir dir;
-    const fs::path run = dir.path() / "run";
-    CopyExample(run, first.perRegion);
-    const fs::path calc = run / kCalc;
-    fs::create_directories(calc);
+    const ExampleRun example(first.perRegion);
+    const fs::path& calc = example.calc;
     if (mount("tmpfs", calc.c_str(), "tmpfs", 0, "size=64k") != 0)
         GTEST_SKIP() << "this machine does not let the test mount a file system";
     struct Unmount {
@@ -271,16 +273,14 @@ TEST(WriteFailure, GenuinelyFullDisk) {
         while (filler.write(block.data(), block.size()) && filler.flush()) {
         }
     }
-    const SeaforgeRun result = RunSeaforge(run, {"Example.xml"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, kWarning + first.expected);
-    EXPECT_EQ(result.out.find("Successful Completion."), std::string::npos);
+    const SeaforgeRun result = example.Run();
+    ExpectFailure(result, first.expected);
     // The first file the shapefile stores is the one the disk has no room for.
     EXPECT_NE(result.out.find("Error : Shapefile::close() -> fwrite(" + kCalc +
                               "Station_2451.dbf)\n"),
               std::string::npos);
-    ExpectEarlierFilesIntact(run, {calc / "filler", calc / "Station_2451.dbf"}, first.perRegion,
-                             "");
+    ExpectEarlierFilesIntact(example.run, {calc / "filler", calc / "Station_2451.dbf"},
+                             first.perRegion, "");
 }
 
 // The run removes a best-point file it finds before writing, so a full disk under it is

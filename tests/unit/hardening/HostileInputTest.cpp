@@ -115,39 +115,6 @@ std::string Code(const std::string& message) { return ErrorBlock(message); }
 // The start of a picture file: binary bytes no reader knows.
 const std::string kPicture("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\x03", 20);
 
-TEST(HostileInput, ProjectFile) {
-    std::string laughs = "<!ENTITY l0 \"lol\">";
-    for (int k = 1; k < 10; ++k)
-        laughs += "<!ENTITY l" + std::to_string(k) + " \"" + [&] {
-            std::string ten;
-            for (int n = 0; n < 10; ++n)
-                ten += "&l" + std::to_string(k - 1) + ";";
-            return ten;
-        }() + "\">";
-    const std::pair<const char*, Input> cases[] = {
-        {"empty", File("")},
-        {"cut mid-element", File("<?xml version=\"1.0\"?>\n<Project><ProjectName>Ba")},
-        {"picture", File(kPicture)},
-        {"billion laughs",
-         File("<!DOCTYPE p [" + laughs + "]><Project><ProjectName>&l9;</ProjectName></Project>")},
-        // Must not pull another file's text into the project.
-        {"external entity",
-         File("<!DOCTYPE p [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>"
-              "<Project><ProjectName>&x;</ProjectName></Project>")},
-        {"directory", kDirectory},
-        {"missing", kMissing}};
-    for (const auto& [label, input] : cases) {
-        const SeaforgeRun run = RunWith(Slot::kProjectFile, "", input);
-        EXPECT_EQ(run.err, "Miss Parse\n" + Code("ERROR:XML Parse")) << label;
-        EXPECT_EQ(run.status, 1) << label;
-        EXPECT_EQ(run.out, "=============================================\n"
-                           "       Seaforge version 1.1.938\n"
-                           "=============================================\n"
-                           "\n>>>>>>>>>>>>>>>>>> XML Input:\n")
-            << label;
-    }
-}
-
 // Why a grid read fails: the file cannot be opened (1), a header line has the wrong
 // token count (2), or the values do not match the header (3), with the count and sizes.
 struct Cause {

@@ -51,11 +51,6 @@ TEST(DynamicParamReadFile, FailuresListNothingButKeepEarlierStages) {
                                                     "Parameter File."}));
         EXPECT_EQ(p.params.size(), 1u);
     }
-    EXPECT_EQ(Read(p, dir.path().string() + "/absent.txt", 0.0),
-              "0|" + kReadFrame + "|" +
-                  ErrorBlock(kClass, {kReading, "Can not open file.",
-                                      "Particular attention should be given to \"Dynamic "
-                                      "Parameter File\"."}));
 }
 
 TEST(DynamicParamCalcDynamicAct, StageWeights) {

@@ -53,7 +53,7 @@ TEST(FaultReadFile, ColumnsNamesAndOptions) {
     EXPECT_EQ(fault.segments[3].option1 + fault.segments[3].option2, 0.0);
 }
 
-TEST(FaultReadFile, MalformedAndUnreadableFiles) {
+TEST(FaultReadFile, MalformedLineKeepsTheSegmentsBeforeIt) {
     TempDir dir;
     // A line without a name; segments before it stay.
     Fault fault = FaultOf(dir.Write("f.txt", "1 2 3 4 5 6 7 8 9 10 N\n1 2 3 4 5 6 7 8 9 10\n"));
@@ -61,10 +61,6 @@ TEST(FaultReadFile, MalformedAndUnreadableFiles) {
               "0|" + kOpen + "|" +
                   ErrorBlock(kClass, {kReading, "You should check the Format of Fault File."}));
     EXPECT_EQ(fault.segments.size(), 1u);
-    fault = FaultOf(dir.path().string() + "/none");
-    EXPECT_EQ(Capture([&] { return fault.ReadFile(); }).err,
-              ErrorBlock(kClass, {kReading, "Can not open file.",
-                                  "Particular attention should be given to \"Fault File\"."}));
 }
 
 void ExpectRing(const ReadFeature& f, const std::vector<std::pair<double, double>>& ring) {

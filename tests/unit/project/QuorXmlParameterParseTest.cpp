@@ -1,5 +1,6 @@
 #include "project/QuorXmlParameter.hpp"
 
+#include "hardening/HostileProjects.hpp"
 #include "region/RegionTestSupport.hpp"
 #include "support/TempDir.hpp"
 
@@ -160,27 +161,48 @@ TEST_F(XmlReader, WaveSourceInconsistencyIsAWarningThatKeepsTheRunGoing) {
     EXPECT_TRUE(quiet[0] == '1' && quiet.back() == '|') << quiet; // nothing on stderr
 }
 
-TEST_F(XmlReader, MalformedFilesEntityBombsAndExternalEntitiesAreRefused) {
-    std::string bomb = "<!DOCTYPE p [<!ENTITY a0 \"0123456789012345678901234567890123456789\">";
-    for (int level = 1; level <= 9; ++level) { // 40 GB if expanded
-        bomb += "<!ENTITY a" + std::to_string(level) + " \"";
-        for (int copy = 0; copy < 10; ++copy)
-            bomb += "&a" + std::to_string(level - 1) + ";";
-        bomb += "\">";
-    }
+// `count` copies of "<a>" around `inner`, and `count` attributes.
+std::string Nested(int count, const std::string& inner) {
+    return hostile::Times("<a>", count) + inner + hostile::Times("</a>", count);
+}
+std::string Attributes(int count) {
+    std::string text;
+    for (int k = 0; k < count; ++k)
+        text += " a" + std::to_string(k) + "=\"1\"";
+    return text;
+}
+
+// Past the depth limit, reading the project name's text used to overflow the stack and
+// the parse took time growing with the square of the depth; each attribute cost a search
+// of those before it.
+TEST_F(XmlReader, MalformedFilesEntityBombsExternalEntitiesAndPastTheLimitsAreRefused) {
+    const std::string bomb = hostile::Chain(10, 10, std::string(40, 'x')); // 40 GB expanded
     const std::string secret = dir_.Write("secret.txt", "TOPSECRET");
     for (const std::string& xml :
          {std::string("<Project><ProjectName>P</ProjectName>"), std::string(),
           std::string("<a></b>"), std::string("<a>&undefined;</a>"),
-          bomb + "]><p><ProjectName>&a9;</ProjectName></p>",
+          std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\x03", 20), // a picture
+          "<!DOCTYPE p [" + bomb + "]><p><ProjectName>&l9;</ProjectName></p>",
           "<!DOCTYPE p [<!ENTITY s SYSTEM \"file://" + secret +
-              "\">]><p><ProjectName>&s;</ProjectName></p>"}) {
-        EXPECT_EQ(Parse(xml), "0||Miss Parse\n") << xml;
+              "\">]><p><ProjectName>&s;</ProjectName></p>",
+          "<P><ProjectName>" + Nested(200000, "Bay") + "</ProjectName></P>",
+          "<P><ProjectName>" + Nested(255, "Bay") + "</ProjectName></P>",
+          "<P" + Attributes(257) + "><ProjectName>Bay</ProjectName></P>"}) {
+        EXPECT_EQ(Parse(xml), "0||Miss Parse\n") << xml.substr(0, 80);
         EXPECT_EQ(project().ProjectName, "");
     }
-    EXPECT_EQ(ParseFile((dir_.path() / "absent.xml").string()), "0||Miss Parse\n");
+    for (const std::string& path : {(dir_.path() / "absent.xml").string(), dir_.path().string()})
+        EXPECT_EQ(ParseFile(path), "0||Miss Parse\n") << path;
     Parse("<!DOCTYPE p [<!ENTITY n \"Bay\">]><p><ProjectName>&n;</ProjectName></p>");
     EXPECT_EQ(project().ProjectName, "Bay"); // small internal entities still work
+    // Up to the limits: the root, ProjectName and 254 levels make 256; empty elements end
+    // where they start, so any number of them leaves the depth as it was.
+    const std::string empties = "<Empty" + Attributes(256) + "/>" + hostile::Times("<Empty/>", 299);
+    const std::string read = Parse("<P" + Attributes(256) + ">" + empties + "<ProjectName>" +
+                                   Nested(254, "Bay") + "</ProjectName></P>");
+    EXPECT_NE(read[0], '0');
+    EXPECT_EQ(read.find("Miss Parse"), std::string::npos);
+    EXPECT_EQ(project().ProjectName, "Bay");
 }
 
 } // namespace

@@ -45,16 +45,25 @@ TEST(RegionReadFile, TextSummaryAndCells) {
     EXPECT_EQ(t.region.fileGridSize, 0.0);
 }
 
-// Kept, from TextGridReader's rules: what changes a grid's count.
+// Kept, from TextGridReader's rules: what changes a grid's count. A line longer than a
+// piece (8190 characters) is read as pieces, each a line of its own, even where a number
+// straddles the cut; such lines once took time growing with the square of their length.
 TEST(RegionReadFile, TextLineRules) {
     TempDir dir;
+    std::vector<double> pieces(4094, 1.0);
+    pieces.insert(pieces.end(), {12, 3, 4, 5}); // the cut falls after "12"
+    std::string longLine;
+    for (int k = 0; k < 4094; ++k)
+        longLine += "1 ";
     const std::pair<std::string, std::vector<double>> rows[] = {
         {"1.0-2.0\n1e-3\n", {1.0, -2.0, 1.0, -3.0}}, // "-" starts a number
-        {"7 \n\n5\n", {7.0, 0.0, 0.0, 5.0}}};       // a blank before a line end, an empty line
+        {"7 \n\n5\n", {7.0, 0.0, 0.0, 5.0}},       // a blank before a line end, an empty line
+        {longLine + "123\n# 9 9\n4 5\n", pieces}};
     for (const auto& [data, values] : rows) {
         const Read t = ReadAs(dir, std::to_string(values.size()) + " 1\n0 0\n" + data);
-        ASSERT_EQ(t.printed.result, 1) << data << t.printed.err;
-        EXPECT_EQ(FileOrder(t.region), values) << data;
+        ASSERT_EQ(t.printed.result, 1) << data.size() << t.printed.err;
+        EXPECT_EQ(FileOrder(t.region), values) << data.size();
+        EXPECT_EQ(t.region.valMax, *std::max_element(values.begin(), values.end()));
     }
 }
 
@@ -66,15 +75,6 @@ TEST(RegionReadFile, FailuresByCause) {
         EXPECT_EQ(ReadAs(dir, content).printed.err,
                   ErrorBlock(kHead, {kReading, kFormat, "Region File > " + path}))
             << content;
-    // Sizes no grid has match no count, even one whose product wraps to the count in 32 bits.
-    for (const auto& [content, nx, ny] : {std::tuple{"-3 -2\n0 0\n1 2 3 4 5 6\n", "-3", "-2"},
-                                          {"65536 65536\n0 0\n", "65536", "65536"}})
-        EXPECT_EQ(ReadAs(dir, content).printed.err,
-                  ErrorBlock(kHead, {kReading, kFormat, "Region File  > " + path,
-                                     std::string("ALL DATA NUM > ") + (*nx == '-' ? "6" : "0"),
-                                     std::string("          NX > ") + nx,
-                                     std::string("          NY > ") + ny}))
-            << content;
     // A count mismatch keeps what was read; a header far beyond the file is only counted
     // against, never reserved.
     const Read t = ReadAs(dir, "3 2\n7 8\n1 2\n3 4 5 6\n3\n");
@@ -84,13 +84,6 @@ TEST(RegionReadFile, FailuresByCause) {
     EXPECT_EQ(t.region.valMax, 6.0);
     EXPECT_TRUE(t.region.grid.Empty());
     EXPECT_EQ(ReadAs(dir, "40000 40000\n0 0\n1 2\n").printed.result, 0);
-
-    Region missing = RegionReading(TPG_R, path + ".none");
-    EXPECT_EQ(Outcome([&] { return missing.ReadFile(); }),
-              "0|\n>>>>>>>>>>>>>>>>>> Region Input:" + path + ".none\n|" +
-                  ErrorBlock(kHead, {kReading, "Can not open file.",
-                                     "Particular attention should be given to \"Region File\".",
-                                     "Region File > " + path + ".none"}));
 }
 
 TEST(RegionReadFile, ConstructionLineText) {
@@ -134,7 +127,7 @@ TEST(RegionReadFile, BinaryConstructionLineEntriesAndPairs) {
     EXPECT_EQ(r.region.pairIntGrid[1][0][0], 102);
 }
 
-TEST(RegionReadFile, ShortBinaryRepeatsTheLastValueButAbsurdHeadersFail) {
+TEST(RegionReadFile, ShortBinaryRepeatsTheLastValue) {
     TempDir dir;
     const Read r =
         ReadAs(dir, Bytes().Header(0, 0, 3, 2, 1.0f).Put(1.0f).Put(2.0f).str(), TPG_R, "short.bin");
@@ -147,26 +140,6 @@ TEST(RegionReadFile, ShortBinaryRepeatsTheLastValueButAbsurdHeadersFail) {
     ASSERT_EQ(cut.printed.result, 1);
     EXPECT_EQ(cut.region.pairGrid[0][0][1], 2.0);
     EXPECT_EQ(cut.region.pairIntGrid[0][0][1], 4);
-    const std::pair<RType, std::string> bad[] = {
-        {TPG_R, Bytes().Put(0.0).Put(0.0).Put(3).str()},                  // header cut short
-        {CLD_R, Bytes().Header(0, 0, 1, 1, 1.0f).Put(2147483647).str()}}; // entries
-    for (const auto& [kind, file] : bad) {
-        const Read t = ReadAs(dir, file, kind, "bad.bin");
-        EXPECT_EQ(t.printed.err,
-                  ErrorBlock(kHead, {kReading, kFormat, "Region File > " + t.region.inFileName}));
-    }
-    // A negative size reads nothing; 1.6 GB announced by 32 bytes is refused unread.
-    const std::tuple<std::string, const char*, const char*, const char*> mismatched[] = {
-        {Bytes().Header(0, 0, -1, 2, 1.0f).Put(1.0f).str(), "0", "-1", "2"},
-        {Bytes().Header(0, 0, 20000, 20000, 1.0f).Put(1.0f).str(), "1", "20000", "20000"}};
-    for (const auto& [file, count, nx, ny] : mismatched) {
-        const Read t = ReadAs(dir, file, TPG_R, "bad.bin");
-        EXPECT_EQ(t.printed.err,
-                  ErrorBlock(kHead, {kReading, kFormat, "Region File  > " + t.region.inFileName,
-                                     std::string("ALL DATA NUM > ") + count,
-                                     std::string("          NX > ") + nx,
-                                     std::string("          NY > ") + ny}));
-    }
 }
 
 // Grids of a million values and more are read by both cores, each its own half: whole,
