@@ -24,6 +24,7 @@
 #include <memory>
 #include <new>
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -399,6 +400,12 @@ int Grid(const GridOptions& o) {
     // The warper reads sources through GDAL's block cache; bounded before the first read,
     // so memory stays the grid plus a fixed amount however large the sources are.
     CPLSetConfigOption("GDAL_CACHEMAX", "64");
+    // The warper allocates and frees buffers of tens of megabytes for every chunk; from
+    // the heap they are used again, where fresh mappings would be faulted in page by page
+    // each time. One arena: the chunk threads take turns, so they need not hold one each.
+    mallopt(M_MMAP_THRESHOLD, 256 << 20);
+    mallopt(M_TRIM_THRESHOLD, 512 << 20);
+    mallopt(M_ARENA_MAX, 1);
     const Target t = ResolveTarget(o);
     SetMapProjectionNotices(false);
     if (!o.resampling.empty() && !IsResamplingName(o.resampling))

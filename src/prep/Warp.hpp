@@ -28,7 +28,11 @@ struct WarpSource {
 struct WarpSettings {
     int epsg = 0;                  // the grid's coordinate system
     std::string resampling;        // a gdalwarp method name; empty: chosen per source
-    double memoryLimitBytes = 64.0 * 1024 * 1024; // the warper's working buffers
+    // The warper's working buffers for one chunk; two chunks are in hand at a time (one
+    // read while the other is resampled). The limit also decides where the grid is cut
+    // into chunks, and the transformation is approximated along each chunk's rows, so
+    // another limit moves the last bits of some cells.
+    double memoryLimitBytes = 64.0 * 1024 * 1024;
     GDALProgressFunc progress = nullptr;          // with its argument; null: silent
     void* progressArg = nullptr;
 };
@@ -74,8 +78,8 @@ void CheckSources(const std::vector<WarpSource>& sources);
 // Refused with PrepError: a source without a nodata tag that holds a nodata marker (-9999,
 // -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
 // markers; a source GDAL cannot read there (with GDAL's reason); a source whose values are
-// all one number. Memory beyond `cells`: the warper's buffers, GDAL's block cache and at
-// most 32 MB of rows or source lines.
+// all one number. Memory beyond `cells`: the warper's buffers for two chunks, GDAL's block
+// cache and at most 32 MB of rows or source lines. The warp runs on every core.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
                                       const WarpSettings& settings, Grid2d<double>& cells);
