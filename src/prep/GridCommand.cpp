@@ -17,9 +17,11 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <bit>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -323,7 +325,8 @@ void RefuseSwappedLonLat(const char* option, const Bounds& b,
                                  swapped[3]));
 }
 
-bool WriteFloatGeoTiff(const std::string& path, const Region& grid, int epsg) {
+bool WriteFloatGeoTiff(const std::string& path, const Region& grid, const Grid2d<float>& cells,
+                       int epsg) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
@@ -341,15 +344,15 @@ bool WriteFloatGeoTiff(const std::string& path, const Region& grid, int epsg) {
     if (ds->SetGeoTransform(transform) != CE_None || srs.importFromEPSG(epsg) != OGRERR_NONE ||
         ds->SetSpatialRef(&srs) != CE_None)
         return false;
-    GDALRasterBand* band = ds->GetRasterBand(1);
-    for (int line = 0; line < grid.ny; ++line) {
-        // North-up: the first line is the northern row.
-        const double* row = grid.grid.Data() + static_cast<std::size_t>(grid.ny - 1 - line) *
-                                                   static_cast<std::size_t>(grid.nx);
-        if (band->RasterIO(GF_Write, 0, line, grid.nx, 1, const_cast<double*>(row), grid.nx, 1,
-                           GDT_Float64, 0, 0, nullptr) != CE_None)
-            return false;
-    }
+    // North-up: the first line is the northern row, so the rows go in from the last one,
+    // a negative line step over the grid itself.
+    const GSpacing line = static_cast<GSpacing>(grid.nx) * static_cast<GSpacing>(sizeof(float));
+    const float* north = cells.Data() + static_cast<std::size_t>(grid.ny - 1) *
+                                            static_cast<std::size_t>(grid.nx);
+    if (ds->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, grid.nx, grid.ny,
+                                       const_cast<float*>(north), grid.nx, grid.ny, GDT_Float32,
+                                       sizeof(float), -line, nullptr) != CE_None)
+        return false;
     ds.reset(); // the file is complete only once closed
     return CPLGetLastErrorType() != CE_Failure;
 }
@@ -475,7 +478,8 @@ int Grid(const GridOptions& o) {
         settings.progress = StderrProgress;
         settings.progressArg = &progressState;
     }
-    const WarpOutcome outcome = WarpSources(placed.grid, sources, settings, out.grid);
+    Grid2d<float> cells;
+    const WarpOutcome outcome = WarpSources(placed.grid, sources, settings, cells);
 
     const std::int64_t total = std::int64_t{placed.grid.nx} * placed.grid.ny;
     std::int64_t filled = 0;
@@ -495,10 +499,11 @@ int Grid(const GridOptions& o) {
                 "that covers them, or give them a value on purpose with --fill VALUE",
                 outcome.uncovered, total, x0, x1, y0, y1, t.epsg));
         }
-        double* v = out.grid.Data();
+        float* v = cells.Data();
+        const float fill = static_cast<float>(*o.fill);
         for (std::int64_t c = 0; c < total; ++c)
             if (!std::isfinite(v[c])) {
-                v[c] = *o.fill;
+                v[c] = fill;
                 ++filled;
             }
     }
@@ -516,13 +521,21 @@ int Grid(const GridOptions& o) {
                                      "on; check the bounds and the sources",
                                      total, double{static_cast<float>(out.valMin)}));
 
-    const bool binary = IsBinaryGridPath(t.output);
-    WriteFileAtomically(t.output, [&](std::FILE* file) {
-        return binary ? out.PutBIN(file) : out.PutText(file);
-    });
+    if (IsBinaryGridPath(t.output)) {
+        WriteFileAtomically(t.output, [&](std::FILE* file) {
+            return PutBinaryGrid(file, out.org_x, out.org_y, out.nx, out.ny, out.gridSize,
+                                 cells.Data());
+        });
+    } else {
+        // The text writer takes the run's grid of doubles; every float is one exactly.
+        out.grid.Assign(out.nx, out.ny, 0.0);
+        std::copy(cells.Data(), cells.Data() + total, out.grid.Data());
+        WriteFileAtomically(t.output, [&](std::FILE* file) { return out.PutText(file); });
+        out.grid.Release();
+    }
     if (!o.geotiff.empty())
         ReplaceFileAtomically(o.geotiff, [&](const std::string& temporary) {
-            return WriteFloatGeoTiff(temporary, out, t.epsg);
+            return WriteFloatGeoTiff(temporary, out, cells, t.epsg);
         });
     if (!o.quiet)
         PrintSummary(t, placed, out, outcome, filled, o);
@@ -530,6 +543,27 @@ int Grid(const GridOptions& o) {
 }
 
 } // namespace
+
+bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx, std::int32_t ny,
+                   double spacing, const float* cells) {
+    static_assert(std::endian::native == std::endian::little && sizeof(float) == 4);
+    unsigned char header[2 * sizeof(double) + 2 * sizeof(std::int32_t) + sizeof(float)];
+    const float storedSpacing = static_cast<float>(spacing);
+    unsigned char* at = header;
+    for (const auto& [value, size] : {std::pair<const void*, std::size_t>{&orgX, sizeof orgX},
+                                      {&orgY, sizeof orgY},
+                                      {&nx, sizeof nx},
+                                      {&ny, sizeof ny},
+                                      {&storedSpacing, sizeof storedSpacing}}) {
+        std::memcpy(at, value, size);
+        at += size;
+    }
+    const std::size_t count = static_cast<std::size_t>(std::max(nx, 0)) *
+                              static_cast<std::size_t>(std::max(ny, 0));
+    // The cells go from the grid itself, in one call: no block is copied on the way.
+    return std::fwrite(header, 1, sizeof header, file) == sizeof header &&
+           std::fwrite(cells, sizeof(float), count, file) == count;
+}
 
 int RunGrid(const GridOptions& options) {
     return ReportingErrors("grid", [&] { return Grid(options); });

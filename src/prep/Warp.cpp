@@ -321,6 +321,18 @@ CPLErr StopAtMarker(void* kernel, void* arg) {
     return CE_Failure;
 }
 
+// Turns the values of each chunk the warper has made into elevations in metres (unit and
+// sign) while they are still doubles, before they are rounded to the grid's floats.
+CPLErr ToElevations(void* kernel, void* arg) {
+    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
+    const double factor = *static_cast<const double*>(arg);
+    auto* v = reinterpret_cast<double*>(k->papabyDstImage[0]);
+    const std::size_t n = static_cast<std::size_t>(k->nDstXSize) * static_cast<std::size_t>(k->nDstYSize);
+    for (std::size_t c = 0; c < n; ++c)
+        v[c] *= factor; // NaN stays NaN
+    return CE_None;
+}
+
 // What GDAL says in the warper's own threads, which the quiet handler of the thread that
 // started the warp does not hear: the last failure of the first thread that failed, so
 // the message gives the reason a single thread would have given.
@@ -397,9 +409,14 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    // The grid's own type, which the warper would choose anyway: the marker scan reads
-    // the source chunks as doubles.
+    // Doubles, as when the grid was held in doubles: the marker scan reads the source
+    // chunks as doubles, and the resampled values round to floats only once, at the end.
     options->eWorkingDataType = GDT_Float64;
+    double factor = src.factor;
+    if (factor != 1) {
+        options->pfnPostWarpChunkProcessor = ToElevations;
+        options->pPostWarpProcessorArg = &factor;
+    }
     MarkerSeen marker;
     if (!src.hasNoData && !source.keepMarkers) {
         options->pfnPreWarpChunkProcessor = StopAtMarker;
@@ -467,18 +484,20 @@ bool HoldsOneNumber(const OpenedSource& src, const std::string& path, double& va
 }
 
 // A dataset over `cells` itself: line j is grid row j, from the south, so the warp writes
-// the region's rows in place with a south-up georeference.
-GDALDatasetUniquePtr DatasetOver(Grid2d<double>& cells, const GridGeometry& grid,
+// the region's rows in place with a south-up georeference. The warper works in doubles
+// and rounds each cell to a float as it hands a chunk over: the value the grid file
+// stores, with no copy of the grid in doubles.
+GDALDatasetUniquePtr DatasetOver(Grid2d<float>& cells, const GridGeometry& grid,
                                  const OGRSpatialReference& srs) {
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr ds(mem->Create("", grid.nx, grid.ny, 0, GDT_Float64, nullptr));
+    GDALDatasetUniquePtr ds(mem->Create("", grid.nx, grid.ny, 0, GDT_Float32, nullptr));
     if (!ds)
         throw PrepError("GDAL cannot make an in-memory raster" + LastGdalError());
     char pointer[64];
     std::snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(cells.Data()));
     CPLStringList bandOptions;
     bandOptions.SetNameValue("DATAPOINTER", pointer);
-    if (ds->AddBand(GDT_Float64, bandOptions.List()) != CE_None)
+    if (ds->AddBand(GDT_Float32, bandOptions.List()) != CE_None)
         throw PrepError("GDAL cannot make an in-memory raster" + LastGdalError());
     double transform[6] = {grid.orgX - 0.5 * grid.spacing, grid.spacing, 0,
                            grid.orgY - 0.5 * grid.spacing, 0, grid.spacing};
@@ -512,34 +531,36 @@ struct RowFigures {
     [[nodiscard]] bool Plain() const { return notFinite == nan && low != 0 && high != 0; }
 };
 
-RowFigures FiguresOf(const double* row, std::size_t n) {
+RowFigures FiguresOf(const float* row, std::size_t n) {
     RowFigures f;
     std::size_t c = 0;
 #if defined(__SSE2__)
-    __m128d low = _mm_set1_pd(f.low);
-    __m128d high = _mm_set1_pd(f.high);
+    __m128 low = _mm_set1_ps(std::numeric_limits<float>::infinity());
+    __m128 high = _mm_set1_ps(-std::numeric_limits<float>::infinity());
     __m128i nan = _mm_setzero_si128();
     __m128i notFinite = _mm_setzero_si128();
-    const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
-    const __m128d largest = _mm_set1_pd(std::numeric_limits<double>::max());
-    for (; c + 2 <= n; c += 2) {
-        const __m128d x = _mm_loadu_pd(row + c);
-        low = _mm_min_pd(x, low); // NaN in x leaves the bound as it was
-        high = _mm_max_pd(x, high);
-        nan = _mm_sub_epi64(nan, _mm_castpd_si128(_mm_cmpunord_pd(x, x)));
-        notFinite = _mm_sub_epi64(
-            notFinite, _mm_castpd_si128(_mm_cmpnle_pd(_mm_and_pd(x, magnitude), largest)));
+    const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    const __m128 largest = _mm_set1_ps(std::numeric_limits<float>::max());
+    for (; c + 4 <= n; c += 4) {
+        const __m128 x = _mm_loadu_ps(row + c);
+        low = _mm_min_ps(x, low); // NaN in x leaves the bound as it was
+        high = _mm_max_ps(x, high);
+        nan = _mm_sub_epi32(nan, _mm_castps_si128(_mm_cmpunord_ps(x, x)));
+        notFinite = _mm_sub_epi32(
+            notFinite, _mm_castps_si128(_mm_cmpnle_ps(_mm_and_ps(x, magnitude), largest)));
     }
-    double lanes[2];
-    _mm_storeu_pd(lanes, low);
-    f.low = std::min(lanes[0], lanes[1]);
-    _mm_storeu_pd(lanes, high);
-    f.high = std::max(lanes[0], lanes[1]);
-    std::int64_t counts[2];
+    float lanes[4];
+    _mm_storeu_ps(lanes, low);
+    f.low = std::min({lanes[0], lanes[1], lanes[2], lanes[3]});
+    _mm_storeu_ps(lanes, high);
+    f.high = std::max({lanes[0], lanes[1], lanes[2], lanes[3]});
+    std::int32_t counts[4];
     _mm_storeu_si128(reinterpret_cast<__m128i*>(counts), nan);
-    f.nan = static_cast<std::size_t>(counts[0] + counts[1]);
+    f.nan = static_cast<std::size_t>(counts[0]) + static_cast<std::size_t>(counts[1]) +
+            static_cast<std::size_t>(counts[2]) + static_cast<std::size_t>(counts[3]);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(counts), notFinite);
-    f.notFinite = static_cast<std::size_t>(counts[0] + counts[1]);
+    f.notFinite = static_cast<std::size_t>(counts[0]) + static_cast<std::size_t>(counts[1]) +
+                  static_cast<std::size_t>(counts[2]) + static_cast<std::size_t>(counts[3]);
 #endif
     for (; c < n; ++c) {
         if (std::isnan(row[c])) {
@@ -547,8 +568,8 @@ RowFigures FiguresOf(const double* row, std::size_t n) {
             ++f.notFinite;
             continue;
         }
-        f.low = std::min(row[c], f.low);
-        f.high = std::max(row[c], f.high);
+        f.low = std::min(double{row[c]}, f.low);
+        f.high = std::max(double{row[c]}, f.high);
         if (!std::isfinite(row[c]))
             ++f.notFinite;
     }
@@ -565,12 +586,12 @@ struct Coverage {
     std::int32_t maxI = 0;
     std::int32_t maxJ = 0;
 
-    void AddRow(const double* row, int j, int nx) {
+    void AddRow(const float* row, int j, int nx) {
         const RowFigures f = FiguresOf(row, static_cast<std::size_t>(nx));
         if (!f.Plain()) {
             for (int i = 0; i < nx; ++i) {
                 if (std::isfinite(row[i]))
-                    values.Add(row[i]);
+                    values.Add(double{row[i]});
                 else
                     AddUncovered(i, i, j, 1);
             }
@@ -605,9 +626,8 @@ struct Coverage {
     }
 };
 
-// Counts the values a source gave a row (all but NaN) and their span, and turns them
-// into elevations in metres.
-void TakeRow(double* row, std::size_t nx, double factor, Span& span, std::int64_t& count) {
+// Counts the values a source gave a row (all but NaN) and notes their span.
+void TakeRow(const float* row, std::size_t nx, Span& span, std::int64_t& count) {
     const RowFigures f = FiguresOf(row, nx);
     if (f.Plain()) {
         if (f.nan < nx) {
@@ -615,15 +635,11 @@ void TakeRow(double* row, std::size_t nx, double factor, Span& span, std::int64_
             span.Add(f.high);
         }
         count += static_cast<std::int64_t>(nx - f.nan);
-        if (factor != 1)
-            for (std::size_t c = 0; c < nx; ++c)
-                row[c] *= factor;
         return;
     }
     for (std::size_t c = 0; c < nx; ++c)
         if (!std::isnan(row[c])) {
-            span.Add(row[c]);
-            row[c] *= factor;
+            span.Add(double{row[c]});
             ++count;
         }
 }
@@ -690,7 +706,7 @@ bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat) {
 }
 
 WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>& sources,
-                        const WarpSettings& settings, Grid2d<double>& cells) {
+                        const WarpSettings& settings, Grid2d<float>& cells) {
     GDALAllRegister();
     const OGRSpatialReference srs = TargetSystem(settings.epsg);
     std::vector<OpenedSource> opened;
@@ -712,26 +728,28 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         outcome.sources.push_back(share);
     }
 
-    cells.Assign(grid.nx, grid.ny, std::numeric_limits<double>::quiet_NaN());
+    cells.Assign(grid.nx, grid.ny, std::numeric_limits<float>::quiet_NaN());
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
 
+    // Bands of rows as many as 32 MB of doubles hold, as when the grid was held in doubles:
+    // the warper approximates the transformation within each band it is given, so other
+    // bands would move the last bits of some cells.
     const std::size_t nx = static_cast<std::size_t>(grid.nx);
     const int bandRows = static_cast<int>(
         std::clamp<std::size_t>(kBandBytes / (nx * sizeof(double)), 1, static_cast<std::size_t>(grid.ny)));
-    std::vector<double> saved;
+    std::vector<float> saved;
     std::vector<Span> spans(sources.size());
     Coverage coverage;
     const double perSource = 1.0 / static_cast<double>(sources.size());
 
     // Last source first: it wins wherever it holds data, each earlier one fills what is
     // still empty, so every cell is decided once and counted for the source it came from.
-    // Each row is looked at while it is still in the cache: its new cells counted and
-    // turned into elevations, and, by the last source to reach it, its coverage noted.
+    // Each row is looked at while it is still in the cache: its new cells counted and, by
+    // the last source to reach it, its coverage noted.
     for (std::size_t done = 0; done < sources.size(); ++done) {
         const std::size_t k = sources.size() - 1 - done;
         const bool last = done + 1 == sources.size();
         const GDALResampleAlg algorithm = AlgorithmNamed(outcome.sources[k].resampling);
-        const double factor = opened[k].factor;
         std::int64_t& count = outcome.sources[k].cells;
         Span& span = spans[k];
         const double progressFrom = static_cast<double>(done) * perSource;
@@ -740,8 +758,8 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
                      settings, 0, grid.ny, progressFrom, progressFrom + perSource);
             for (int j = 0; j < grid.ny; ++j) {
-                double* row = cells.Data() + static_cast<std::size_t>(j) * nx;
-                TakeRow(row, nx, factor, span, count);
+                const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
+                TakeRow(row, nx, span, count);
                 if (last)
                     coverage.AddRow(row, j, grid.nx);
             }
@@ -749,9 +767,9 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         }
         for (int first = 0; first < grid.ny; first += bandRows) {
             const int rows = std::min(bandRows, grid.ny - first);
-            double* band = cells.Data() + static_cast<std::size_t>(first) * nx;
+            float* band = cells.Data() + static_cast<std::size_t>(first) * nx;
             const std::size_t n = static_cast<std::size_t>(rows) * nx;
-            if (std::none_of(band, band + n, [](double v) { return std::isnan(v); })) {
+            if (std::none_of(band, band + n, [](float v) { return std::isnan(v); })) {
                 for (int r = 0; last && r < rows; ++r)
                     coverage.AddRow(band + static_cast<std::size_t>(r) * nx, first + r, grid.nx);
                 continue;
@@ -763,14 +781,13 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
                      settings, first, rows, bandFrom, bandFrom + share);
             for (int r = 0; r < rows; ++r) {
                 const std::size_t from = static_cast<std::size_t>(r) * nx;
-                double* row = band + from;
-                const double* before = saved.data() + from;
+                float* row = band + from;
+                const float* before = saved.data() + from;
                 for (std::size_t c = 0; c < nx; ++c) {
                     if (!std::isnan(before[c])) {
                         row[c] = before[c];
                     } else if (!std::isnan(row[c])) {
-                        span.Add(row[c]);
-                        row[c] *= factor;
+                        span.Add(double{row[c]});
                         ++count;
                     }
                 }

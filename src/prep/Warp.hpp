@@ -73,7 +73,8 @@ void CheckSources(const std::vector<WarpSource>& sources);
 [[nodiscard]] bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat);
 
 // Fills `cells` (grid.nx × grid.ny, cells(i, j) at grid point (i, j), j = 0 at the south)
-// from the sources. Automatic resampling averages where the grid is coarser than a source
+// from the sources, each cell the float a grid file stores: resampled and turned into an
+// elevation in doubles, then rounded once. Automatic resampling averages where the grid is coarser than a source
 // and interpolates bilinearly where it is finer. Cells no source covers hold NaN.
 // Refused with PrepError: a source without a nodata tag that holds a nodata marker (-9999,
 // -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
@@ -82,4 +83,4 @@ void CheckSources(const std::vector<WarpSource>& sources);
 // cache and at most 32 MB of rows or source lines. The warp runs on every core.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
-                                      const WarpSettings& settings, Grid2d<double>& cells);
+                                      const WarpSettings& settings, Grid2d<float>& cells);

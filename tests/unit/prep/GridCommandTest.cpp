@@ -556,3 +556,43 @@ TEST(PrepGrid, AGridWithoutSystemTakesTheOneGiven) {
         EXPECT_EQ(grid.grid(1, 3), -86.0); // pixel (6, 26)
     }
 }
+
+// The command writes its float cells itself, straight from the grid it warped into: the
+// bytes must be those the run's own writer gives the same grid, header included.
+TEST(PrepGrid, BinaryGridBytesAreTheRunWritersBytes) {
+    struct Shape {
+        int nx;
+        int ny;
+        double orgX;
+        double orgY;
+        double spacing;
+    };
+    const Shape shapes[] = {{1, 1, 0.5, -0.5, 1}, {7, 3, 139.0125, 34.5125, 0.025},
+                            {64, 33, 44010, -139990, 20}};
+    for (const Shape& s : shapes) {
+        SCOPED_TRACE(s.nx);
+        Region region(TPG_R, XML_REGION{});
+        region.Set2dStruct(s.nx, s.ny, s.orgX, s.orgY);
+        region.gridSize = s.spacing;
+        region.grid.Assign(s.nx, s.ny, 0.0);
+        std::vector<float> cells(static_cast<std::size_t>(s.nx) * s.ny);
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            cells[c] = c % 5 == 4 ? -0.0f : static_cast<float>(-1234.5678 + 0.37 * c);
+            region.grid.Data()[c] = cells[c];
+        }
+        char* made[2] = {};
+        std::size_t sizes[2] = {};
+        std::FILE* run = open_memstream(&made[0], &sizes[0]);
+        std::FILE* prep = open_memstream(&made[1], &sizes[1]);
+        ASSERT_TRUE(region.PutBIN(run));
+        ASSERT_TRUE(PutBinaryGrid(prep, s.orgX, s.orgY, s.nx, s.ny, s.spacing, cells.data()));
+        std::fclose(run);
+        std::fclose(prep);
+        const std::string runBytes(made[0], sizes[0]);
+        const std::string prepBytes(made[1], sizes[1]);
+        std::free(made[0]);
+        std::free(made[1]);
+        EXPECT_EQ(prepBytes.size(), 28 + 4 * cells.size());
+        EXPECT_TRUE(prepBytes == runBytes);
+    }
+}
