@@ -185,7 +185,7 @@ int main(int argc, char** argv) {
     const unsigned cores = std::thread::hardware_concurrency();
     std::printf("cores: %u; load average before: %s; median of %d runs each, taking turns\n\n",
                 cores, LoadAverage().c_str(), repeat);
-    std::printf("%-9s %-8s %-34s %8s %8s %8s %9s\n", "warp", "source", "program", "median",
+    std::printf("%-9s %-8s %-36s %8s %8s %8s %9s\n", "warp", "source", "program", "median",
                 "best", "cpu", "peak");
 
     bool allMet = true;
@@ -226,12 +226,12 @@ int main(int argc, char** argv) {
                     {"gdalwarp", plain},
                     {"gdalwarp -multi NUM_THREADS=ALL_CPUS", multi}};
         for (const auto& row : rows)
-            std::printf("%-9s %-8s %-34s %7.3fs %7.3fs %7.3fs %6.0f MiB\n", c.name, c.format,
+            std::printf("%-9s %-8s %-36s %7.3fs %7.3fs %7.3fs %6.0f MiB\n", c.name, c.format,
                         row.program, row.runs.MedianSeconds(), row.runs.Best(),
                         row.runs.MedianCpu(), static_cast<double>(row.runs.peakBytes) / mib);
         const double toMulti = ours.MedianSeconds() / multi.MedianSeconds();
         const double toPlain = ours.MedianSeconds() / plain.MedianSeconds();
-        const double gridBytes = static_cast<double>(c.cells) * c.cells * sizeof(double);
+        const double gridBytes = static_cast<double>(c.cells) * c.cells * sizeof(float);
         const double over = (static_cast<double>(ours.peakBytes) - gridBytes) / mib;
         const bool met = toMulti <= 1.0 && toPlain <= 0.8 && over <= 300 && chosen == c.method;
         allMet = allMet && met;

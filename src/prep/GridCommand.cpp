@@ -401,8 +401,12 @@ void PrintSummary(const Target& t, const Placed& placed, const Region& out,
 
 int Grid(const GridOptions& o) {
     // The warper reads sources through GDAL's block cache; bounded before the first read,
-    // so memory stays the grid plus a fixed amount however large the sources are.
-    CPLSetConfigOption("GDAL_CACHEMAX", "64");
+    // so memory stays the grid plus a fixed amount however large the sources are. The
+    // warper copies each chunk's source window into a buffer of its own (at most 64 MB of
+    // doubles), so the cache need only hold what neighbouring chunks share: the window of
+    // one chunk in a float source's own blocks, 32 MB. Measured: a 64, 16 or 8 MB cache
+    // takes the same time, and 64 MB costs a netCDF source 14 MB more at the peak.
+    CPLSetConfigOption("GDAL_CACHEMAX", "32");
     // The warper allocates and frees buffers of tens of megabytes for every chunk; from
     // the heap they are used again, where fresh mappings would be faulted in page by page
     // each time. One arena: the chunk threads take turns, so they need not hold one each.
