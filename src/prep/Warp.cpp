@@ -587,7 +587,11 @@ struct Coverage {
     std::int32_t maxJ = 0;
 
     void AddRow(const float* row, int j, int nx) {
-        const RowFigures f = FiguresOf(row, static_cast<std::size_t>(nx));
+        AddRow(row, j, nx, FiguresOf(row, static_cast<std::size_t>(nx)));
+    }
+
+    // The same, with the row's figures already gathered.
+    void AddRow(const float* row, int j, int nx, const RowFigures& f) {
         if (!f.Plain()) {
             for (int i = 0; i < nx; ++i) {
                 if (std::isfinite(row[i]))
@@ -626,8 +630,9 @@ struct Coverage {
     }
 };
 
-// Counts the values a source gave a row (all but NaN) and notes their span.
-void TakeRow(const float* row, std::size_t nx, Span& span, std::int64_t& count) {
+// Counts the values a source gave a row (all but NaN) and notes their span; answers the
+// row's figures.
+RowFigures TakeRow(const float* row, std::size_t nx, Span& span, std::int64_t& count) {
     const RowFigures f = FiguresOf(row, nx);
     if (f.Plain()) {
         if (f.nan < nx) {
@@ -635,13 +640,14 @@ void TakeRow(const float* row, std::size_t nx, Span& span, std::int64_t& count) 
             span.Add(f.high);
         }
         count += static_cast<std::int64_t>(nx - f.nan);
-        return;
+        return f;
     }
     for (std::size_t c = 0; c < nx; ++c)
         if (!std::isnan(row[c])) {
             span.Add(double{row[c]});
             ++count;
         }
+    return f;
 }
 
 } // namespace
@@ -759,9 +765,9 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
                      settings, 0, grid.ny, progressFrom, progressFrom + perSource);
             for (int j = 0; j < grid.ny; ++j) {
                 const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
-                TakeRow(row, nx, span, count);
+                const RowFigures figures = TakeRow(row, nx, span, count);
                 if (last)
-                    coverage.AddRow(row, j, grid.nx);
+                    coverage.AddRow(row, j, grid.nx, figures);
             }
             continue;
         }
