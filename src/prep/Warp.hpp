@@ -80,7 +80,8 @@ void CheckSources(const std::vector<WarpSource>& sources);
 // -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
 // markers; a source GDAL cannot read there (with GDAL's reason); a source whose values are
 // all one number. Memory beyond `cells`: the warper's buffers for two chunks, GDAL's block
-// cache and at most 32 MB of rows or source lines. The warp runs on every core.
+// cache, and 16 MB of rows kept while a later source fills a band or 32 MB of source lines
+// read by the one-number check. The warp runs on every core.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
                                       const WarpSettings& settings, Grid2d<float>& cells);
