@@ -409,8 +409,8 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    // Doubles, as when the grid was held in doubles: the marker scan reads the source
-    // chunks as doubles, and the resampled values round to floats only once, at the end.
+    // Resampled in doubles: the marker scan reads the source chunks as doubles, and each
+    // value is rounded to the grid's float only once, when its chunk is handed over.
     options->eWorkingDataType = GDT_Float64;
     double factor = src.factor;
     if (factor != 1) {
@@ -517,7 +517,7 @@ struct Span {
 };
 
 // A row's lowest and highest value other than NaN, and how many of its values are NaN and
-// how many are not finite, gathered two values at a time: a grid's rows are looked at
+// how many are not finite, gathered four values at a time: a grid's rows are looked at
 // once each while still in the cache.
 struct RowFigures {
     double low = std::numeric_limits<double>::infinity();
@@ -737,9 +737,9 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
     cells.Assign(grid.nx, grid.ny, std::numeric_limits<float>::quiet_NaN());
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
 
-    // Bands of rows as many as 32 MB of doubles hold, as when the grid was held in doubles:
-    // the warper approximates the transformation within each band it is given, so other
-    // bands would move the last bits of some cells.
+    // Bands of rows as many as 32 MB of doubles hold, fixed like the warper's chunks: the
+    // warper approximates the transformation within each band it is given, so other bands
+    // would move the last bits of some cells.
     const std::size_t nx = static_cast<std::size_t>(grid.nx);
     const int bandRows = static_cast<int>(
         std::clamp<std::size_t>(kBandBytes / (nx * sizeof(double)), 1, static_cast<std::size_t>(grid.ny)));
