@@ -452,9 +452,11 @@ int Grid(const GridOptions& o) {
     }
 
     const Placed placed = PlaceGrid(o, t, base ? &*base : nullptr);
-    // The grid is held whole while it is made: one that cannot fit is refused before the
-    // kernel is asked for it, rather than ending the process half-way.
-    const double gridBytes = 8.0 * placed.grid.nx * placed.grid.ny;
+    // The grid is held whole while it is made, a float a cell, and a text grid is written
+    // from a copy in the run's doubles: one that cannot fit is refused before the kernel
+    // is asked for it, rather than ending the process half-way.
+    const double bytesPerCell = IsBinaryGridPath(t.output) ? 4.0 : 12.0;
+    const double gridBytes = bytesPerCell * placed.grid.nx * placed.grid.ny;
     const double machineBytes =
         static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
     if (machineBytes > 0 && gridBytes > machineBytes)

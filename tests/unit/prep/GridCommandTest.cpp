@@ -279,7 +279,10 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
         {{"project.xml", "src.tif"}, west, "give --region N to build one"},
-        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 7450.6 GiB of memory, more than this machine has"},
+        // A float a cell, and a text grid's doubles besides.
+        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 11175.9 GiB of memory, more than this machine has"},
+        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 3725.3 GiB of memory, more than this machine has",
+         [&](GridOptions& o) { o.output = (dir.path() / "out.bin").string(); }},
         {{"one.tif"}, west, "one.tif: every value it holds is 3; a source of one number"},
         {{"flatwest.tif"}, west, "every one of the 16 cells would hold -100: the sources are flat"},
         {{"cut.nc"}, west, "cut.nc: the file is cut short: it holds 3000 bytes, fewer than the 40000"},
