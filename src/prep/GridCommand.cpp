@@ -489,6 +489,11 @@ int Grid(const GridOptions& o) {
 
     const std::int64_t total = std::int64_t{placed.grid.nx} * placed.grid.ny;
     std::int64_t filled = 0;
+    if (outcome.beyondFloat > 0)
+        throw PrepError(StringPrintf("%" PRId64 " of %" PRId64 " cells would hold elevations "
+                                     "beyond the 3.4e38 a grid file's floats hold; check "
+                                     "--z-scale and the sources' values",
+                                     outcome.beyondFloat, total));
     if (outcome.uncovered == total && !o.fill)
         throw PrepError("no source holds valid data inside the bounds: they lie outside every "
                         "source, or the sources hold only nodata there");

@@ -581,6 +581,7 @@ RowFigures FiguresOf(const float* row, std::size_t n) {
 struct Coverage {
     Span values;
     std::int64_t uncovered = 0;
+    std::int64_t beyondFloat = 0;
     std::int32_t minI = 0;
     std::int32_t minJ = 0;
     std::int32_t maxI = 0;
@@ -596,8 +597,10 @@ struct Coverage {
             for (int i = 0; i < nx; ++i) {
                 if (std::isfinite(row[i]))
                     values.Add(double{row[i]});
-                else
+                else if (std::isnan(row[i]))
                     AddUncovered(i, i, j, 1);
+                else
+                    ++beyondFloat;
             }
             return;
         }
@@ -820,6 +823,7 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
     }
 
     outcome.uncovered = coverage.uncovered;
+    outcome.beyondFloat = coverage.beyondFloat;
     outcome.uncoveredMinI = coverage.minI;
     outcome.uncoveredMinJ = coverage.minJ;
     outcome.uncoveredMaxI = coverage.maxI;

@@ -49,6 +49,7 @@ struct SourceShare {
 struct WarpOutcome {
     std::vector<SourceShare> sources; // in the order given
     std::int64_t uncovered = 0;       // cells no source holds valid data for (left NaN)
+    std::int64_t beyondFloat = 0;     // cells whose elevation no float holds (infinite)
     // Bounding box of the uncovered cells, as cell indices, when there are any.
     std::int32_t uncoveredMinI = 0;
     std::int32_t uncoveredMinJ = 0;

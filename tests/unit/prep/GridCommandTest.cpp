@@ -294,6 +294,8 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
          [](GridOptions& o) { o.fill = std::numeric_limits<double>::infinity(); }},
         {{"src.tif"}, west, "--z-scale takes a finite factor other than 0, not 0",
          [](GridOptions& o) { o.zScaleFor = {{1, 0.0}}; }},
+        {{"src.tif"}, west, "cells would hold elevations beyond the 3.4e38 a grid file's floats",
+         [](GridOptions& o) { o.zScale = 1e300; }},
         {{"src.tif"}, west, "--nodata-source 2: there are 1 sources",
          [](GridOptions& o) { o.sourceNoDataFor = {{2, -1.0}}; }},
         {{"src.tif"}, west, "src.tif: its coordinate system \"EPSG:99999\" (--source-srs) is not one",
