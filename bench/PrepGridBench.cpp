@@ -236,9 +236,13 @@ int main(int argc, char** argv) {
         const bool met = toMulti <= 1.0 && toPlain <= 0.8 && over <= 300 && chosen == c.method;
         allMet = allMet && met;
         std::printf("  %.2f x gdalwarp -multi (goal <= 1.0), %.2f x gdalwarp (goal <= 0.8), "
-                    "peak grid %.0f MiB + %.0f MiB (goal <= + 300), %s chosen: %s\n\n",
+                    "peak grid %.0f MiB + %.0f MiB (goal <= + 300), %s chosen: %s\n",
                     toMulti, toPlain, gridBytes / mib, over, chosen.c_str(),
                     met ? "met" : "NOT met");
+        // On a machine busy with other work a process gets a share of it whatever its
+        // threads: processor time then says more than wall time.
+        std::printf("  processor time %.2f x gdalwarp -multi, %.2f x gdalwarp\n\n",
+                    ours.MedianCpu() / multi.MedianCpu(), ours.MedianCpu() / plain.MedianCpu());
     }
     std::printf("load average after: %s; goals %s\n", LoadAverage().c_str(),
                 allMet ? "all met" : "NOT all met");
