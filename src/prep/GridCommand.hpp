@@ -3,6 +3,8 @@
 #include "prep/Placement.hpp"
 
 #include <array>
+#include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -43,6 +45,11 @@ struct GridOptions {
     bool quiet = false;                   // no summary
     bool progress = false;                // the progress line on standard error
 };
+
+// Writes a binary grid as the run reads it (the layout Region::PutBIN writes) from cells
+// already rounded to floats, rows from the south; false when a write fails.
+[[nodiscard]] bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx,
+                                 std::int32_t ny, double spacing, const float* cells);
 
 // 0 when the grid was written, 1 after one "seaforge-prep: ..." line on standard error.
 // The summary goes to standard output.

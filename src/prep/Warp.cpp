@@ -18,6 +18,12 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <mutex>
+#include <thread>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -275,6 +281,32 @@ struct MarkerSeen {
     double value = 0;
 };
 
+// Where the first marker among n values stands, or n when there is none. The warper hands
+// over hundreds of megabytes of source pixels, so the test runs two values at a time and
+// looks closer only at a pair that holds a marker.
+std::size_t FirstMarker(const double* v, std::size_t n) {
+    std::size_t c = 0;
+#if defined(__SSE2__)
+    const __m128d a = _mm_set1_pd(-9999);
+    const __m128d b = _mm_set1_pd(-32768);
+    const __m128d d = _mm_set1_pd(-32767);
+    const __m128d huge = _mm_set1_pd(1e20);
+    const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
+    for (; c + 2 <= n; c += 2) {
+        const __m128d x = _mm_loadu_pd(v + c);
+        const __m128d hit =
+            _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
+                      _mm_or_pd(_mm_cmpeq_pd(x, d), _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge)));
+        if (_mm_movemask_pd(hit) != 0)
+            return IsMarker(v[c]) ? c : c + 1;
+    }
+#endif
+    for (; c < n; ++c)
+        if (IsMarker(v[c]))
+            return c;
+    return n;
+}
+
 // Looks at each chunk of source pixels the warper has read, before it resamples them, so
 // markers are caught in what the grid takes without reading the source a second time.
 CPLErr StopAtMarker(void* kernel, void* arg) {
@@ -282,13 +314,57 @@ CPLErr StopAtMarker(void* kernel, void* arg) {
     auto* seen = static_cast<MarkerSeen*>(arg);
     const auto* v = reinterpret_cast<const double*>(k->papabySrcImage[0]);
     const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
+    const std::size_t at = FirstMarker(v, n);
+    if (at == n)
+        return CE_None;
+    *seen = {true, v[at]};
+    return CE_Failure;
+}
+
+// Turns the values of each chunk the warper has made into elevations in metres (unit and
+// sign) while they are still doubles, before they are rounded to the grid's floats.
+CPLErr ToElevations(void* kernel, void* arg) {
+    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
+    const double factor = *static_cast<const double*>(arg);
+    auto* v = reinterpret_cast<double*>(k->papabyDstImage[0]);
+    const std::size_t n = static_cast<std::size_t>(k->nDstXSize) * static_cast<std::size_t>(k->nDstYSize);
     for (std::size_t c = 0; c < n; ++c)
-        if (IsMarker(v[c])) {
-            *seen = {true, v[c]};
-            return CE_Failure;
-        }
+        v[c] *= factor; // NaN stays NaN
     return CE_None;
 }
+
+// What GDAL says in the warper's own threads, which the quiet handler of the thread that
+// started the warp does not hear: the last failure of the first thread that failed, so
+// the message gives the reason a single thread would have given.
+class ThreadErrors {
+  public:
+    ThreadErrors() : previous_(CPLSetErrorHandlerEx(Hear, this)) {}
+    ~ThreadErrors() { CPLSetErrorHandler(previous_); }
+    ThreadErrors(const ThreadErrors&) = delete;
+    ThreadErrors& operator=(const ThreadErrors&) = delete;
+
+    [[nodiscard]] std::string Reason() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return text_.empty() ? std::string() : " (" + text_ + ")";
+    }
+
+  private:
+    static void CPL_STDCALL Hear(CPLErr level, CPLErrorNum, const char* text) {
+        auto* self = static_cast<ThreadErrors*>(CPLGetErrorHandlerUserData());
+        if (self == nullptr || level < CE_Failure || text == nullptr)
+            return;
+        const std::lock_guard<std::mutex> lock(self->mutex_);
+        if (self->text_.empty() || self->thread_ == std::this_thread::get_id()) {
+            self->thread_ = std::this_thread::get_id();
+            self->text_ = text;
+        }
+    }
+
+    CPLErrorHandler previous_;
+    std::mutex mutex_;
+    std::thread::id thread_;
+    std::string text_;
+};
 
 // Warps band 1 of `src` into lines firstLine .. firstLine + lines - 1 of `dst`, which are
 // set to NaN first; cells the source holds no valid data for stay NaN. A source without
@@ -321,6 +397,9 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     options->padfDstNoDataReal = static_cast<double*>(CPLMalloc(sizeof(double)));
     options->padfDstNoDataReal[0] = std::numeric_limits<double>::quiet_NaN();
     options->papszWarpOptions = CSLSetNameValue(options->papszWarpOptions, "INIT_DEST", "NO_DATA");
+    // Every core resamples its share of each chunk's rows, while the next chunk is read.
+    options->papszWarpOptions =
+        CSLSetNameValue(options->papszWarpOptions, "NUM_THREADS", "ALL_CPUS");
 
     // As gdalwarp does: the exact transformation sampled along each row, within an
     // eighth of a cell.
@@ -330,9 +409,14 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    // The grid's own type, which the warper would choose anyway: the marker scan reads
-    // the source chunks as doubles.
+    // Resampled in doubles: the marker scan reads the source chunks as doubles, and each
+    // value is rounded to the grid's float only once, when its chunk is handed over.
     options->eWorkingDataType = GDT_Float64;
+    double factor = src.factor;
+    if (factor != 1) {
+        options->pfnPostWarpChunkProcessor = ToElevations;
+        options->pPostWarpProcessorArg = &factor;
+    }
     MarkerSeen marker;
     if (!src.hasNoData && !source.keepMarkers) {
         options->pfnPreWarpChunkProcessor = StopAtMarker;
@@ -347,10 +431,11 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
         options->pProgressArg = progress.get();
     }
 
+    ThreadErrors threadErrors;
     GDALWarpOperation operation;
     const bool warped =
         operation.Initialize(options.get()) == CE_None &&
-        operation.ChunkAndWarpImage(0, firstLine, dst.GetRasterXSize(), lines) == CE_None;
+        operation.ChunkAndWarpMulti(0, firstLine, dst.GetRasterXSize(), lines) == CE_None;
     if (marker.seen)
         throw PrepError(StringPrintf(
             "%s: holds %.9g where the grid reads it, which marks missing data in many files, "
@@ -358,8 +443,11 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
             "the marker with --source-nodata %.9g (or --nodata-source %d %.9g), or take such "
             "values as real with --keep-markers",
             path.c_str(), marker.value, marker.value, position, marker.value));
-    if (!warped)
-        throw PrepError(path + ": the warp failed" + LastGdalError());
+    if (!warped) {
+        const std::string reason = LastGdalError();
+        throw PrepError(path + ": the warp failed" +
+                        (reason.empty() ? threadErrors.Reason() : reason));
+    }
 }
 
 // Whether every valid value of the whole source is one number, `value`, read a few lines
@@ -396,18 +484,20 @@ bool HoldsOneNumber(const OpenedSource& src, const std::string& path, double& va
 }
 
 // A dataset over `cells` itself: line j is grid row j, from the south, so the warp writes
-// the region's rows in place with a south-up georeference.
-GDALDatasetUniquePtr DatasetOver(Grid2d<double>& cells, const GridGeometry& grid,
+// the region's rows in place with a south-up georeference. The warper works in doubles
+// and rounds each cell to a float as it hands a chunk over: the value the grid file
+// stores, with no copy of the grid in doubles.
+GDALDatasetUniquePtr DatasetOver(Grid2d<float>& cells, const GridGeometry& grid,
                                  const OGRSpatialReference& srs) {
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr ds(mem->Create("", grid.nx, grid.ny, 0, GDT_Float64, nullptr));
+    GDALDatasetUniquePtr ds(mem->Create("", grid.nx, grid.ny, 0, GDT_Float32, nullptr));
     if (!ds)
         throw PrepError("GDAL cannot make an in-memory raster" + LastGdalError());
     char pointer[64];
     std::snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(cells.Data()));
     CPLStringList bandOptions;
     bandOptions.SetNameValue("DATAPOINTER", pointer);
-    if (ds->AddBand(GDT_Float64, bandOptions.List()) != CE_None)
+    if (ds->AddBand(GDT_Float32, bandOptions.List()) != CE_None)
         throw PrepError("GDAL cannot make an in-memory raster" + LastGdalError());
     double transform[6] = {grid.orgX - 0.5 * grid.spacing, grid.spacing, 0,
                            grid.orgY - 0.5 * grid.spacing, 0, grid.spacing};
@@ -425,6 +515,143 @@ struct Span {
         high = std::max(high, v);
     }
 };
+
+// A row's lowest and highest value other than NaN, and how many of its values are NaN and
+// how many are not finite, gathered four values at a time: a grid's rows are looked at
+// once each while still in the cache.
+struct RowFigures {
+    double low = std::numeric_limits<double>::infinity();
+    double high = -std::numeric_limits<double>::infinity();
+    std::size_t nan = 0;
+    std::size_t notFinite = 0;
+
+    // Whether the figures decide the row as a scan value by value would: every value but
+    // NaN is finite, and neither extreme is a zero, whose sign only the order of a scan
+    // decides when both zeros occur.
+    [[nodiscard]] bool Plain() const { return notFinite == nan && low != 0 && high != 0; }
+};
+
+RowFigures FiguresOf(const float* row, std::size_t n) {
+    RowFigures f;
+    std::size_t c = 0;
+#if defined(__SSE2__)
+    __m128 low = _mm_set1_ps(std::numeric_limits<float>::infinity());
+    __m128 high = _mm_set1_ps(-std::numeric_limits<float>::infinity());
+    __m128i nan = _mm_setzero_si128();
+    __m128i notFinite = _mm_setzero_si128();
+    const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    const __m128 largest = _mm_set1_ps(std::numeric_limits<float>::max());
+    for (; c + 4 <= n; c += 4) {
+        const __m128 x = _mm_loadu_ps(row + c);
+        low = _mm_min_ps(x, low); // NaN in x leaves the bound as it was
+        high = _mm_max_ps(x, high);
+        nan = _mm_sub_epi32(nan, _mm_castps_si128(_mm_cmpunord_ps(x, x)));
+        notFinite = _mm_sub_epi32(
+            notFinite, _mm_castps_si128(_mm_cmpnle_ps(_mm_and_ps(x, magnitude), largest)));
+    }
+    float lanes[4];
+    _mm_storeu_ps(lanes, low);
+    f.low = std::min({lanes[0], lanes[1], lanes[2], lanes[3]});
+    _mm_storeu_ps(lanes, high);
+    f.high = std::max({lanes[0], lanes[1], lanes[2], lanes[3]});
+    std::int32_t counts[4];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(counts), nan);
+    f.nan = static_cast<std::size_t>(counts[0]) + static_cast<std::size_t>(counts[1]) +
+            static_cast<std::size_t>(counts[2]) + static_cast<std::size_t>(counts[3]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(counts), notFinite);
+    f.notFinite = static_cast<std::size_t>(counts[0]) + static_cast<std::size_t>(counts[1]) +
+                  static_cast<std::size_t>(counts[2]) + static_cast<std::size_t>(counts[3]);
+#endif
+    for (; c < n; ++c) {
+        if (std::isnan(row[c])) {
+            ++f.nan;
+            ++f.notFinite;
+            continue;
+        }
+        f.low = std::min(double{row[c]}, f.low);
+        f.high = std::max(double{row[c]}, f.high);
+        if (!std::isfinite(row[c]))
+            ++f.notFinite;
+    }
+    return f;
+}
+
+// What the finished grid holds: the span of its values and the box of the cells no source
+// covers (cell indices), gathered row by row, rows in order from the south.
+struct Coverage {
+    Span values;
+    std::int64_t uncovered = 0;
+    std::int64_t beyondFloat = 0;
+    std::int32_t minI = 0;
+    std::int32_t minJ = 0;
+    std::int32_t maxI = 0;
+    std::int32_t maxJ = 0;
+
+    void AddRow(const float* row, int j, int nx) {
+        AddRow(row, j, nx, FiguresOf(row, static_cast<std::size_t>(nx)));
+    }
+
+    // The same, with the row's figures already gathered.
+    void AddRow(const float* row, int j, int nx, const RowFigures& f) {
+        if (!f.Plain()) {
+            for (int i = 0; i < nx; ++i) {
+                if (std::isfinite(row[i]))
+                    values.Add(double{row[i]});
+                else if (std::isnan(row[i]))
+                    AddUncovered(i, i, j, 1);
+                else
+                    ++beyondFloat;
+            }
+            return;
+        }
+        if (f.nan < static_cast<std::size_t>(nx)) {
+            values.Add(f.low);
+            values.Add(f.high);
+        }
+        if (f.nan > 0) {
+            int first = 0;
+            while (!std::isnan(row[first]))
+                ++first;
+            int lastNan = nx - 1;
+            while (!std::isnan(row[lastNan]))
+                --lastNan;
+            AddUncovered(first, lastNan, j, static_cast<std::int64_t>(f.nan));
+        }
+    }
+
+  private:
+    void AddUncovered(int firstI, int lastI, int j, std::int64_t count) {
+        if (uncovered == 0) {
+            minI = firstI;
+            maxI = lastI;
+            minJ = j;
+        }
+        uncovered += count;
+        minI = std::min(minI, firstI);
+        maxI = std::max(maxI, lastI);
+        maxJ = j;
+    }
+};
+
+// Counts the values a source gave a row (all but NaN) and notes their span; answers the
+// row's figures.
+RowFigures TakeRow(const float* row, std::size_t nx, Span& span, std::int64_t& count) {
+    const RowFigures f = FiguresOf(row, nx);
+    if (f.Plain()) {
+        if (f.nan < nx) {
+            span.Add(f.low);
+            span.Add(f.high);
+        }
+        count += static_cast<std::int64_t>(nx - f.nan);
+        return f;
+    }
+    for (std::size_t c = 0; c < nx; ++c)
+        if (!std::isnan(row[c])) {
+            span.Add(double{row[c]});
+            ++count;
+        }
+    return f;
+}
 
 } // namespace
 
@@ -488,7 +715,7 @@ bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat) {
 }
 
 WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>& sources,
-                        const WarpSettings& settings, Grid2d<double>& cells) {
+                        const WarpSettings& settings, Grid2d<float>& cells) {
     GDALAllRegister();
     const OGRSpatialReference srs = TargetSystem(settings.epsg);
     std::vector<OpenedSource> opened;
@@ -510,22 +737,28 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         outcome.sources.push_back(share);
     }
 
-    cells.Assign(grid.nx, grid.ny, std::numeric_limits<double>::quiet_NaN());
+    cells.Assign(grid.nx, grid.ny, std::numeric_limits<float>::quiet_NaN());
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
 
+    // Bands of rows as many as 32 MB of doubles hold, fixed like the warper's chunks: the
+    // warper approximates the transformation within each band it is given, so other bands
+    // would move the last bits of some cells.
     const std::size_t nx = static_cast<std::size_t>(grid.nx);
     const int bandRows = static_cast<int>(
         std::clamp<std::size_t>(kBandBytes / (nx * sizeof(double)), 1, static_cast<std::size_t>(grid.ny)));
-    std::vector<double> saved;
+    std::vector<float> saved;
     std::vector<Span> spans(sources.size());
+    Coverage coverage;
     const double perSource = 1.0 / static_cast<double>(sources.size());
 
     // Last source first: it wins wherever it holds data, each earlier one fills what is
     // still empty, so every cell is decided once and counted for the source it came from.
+    // Each row is looked at while it is still in the cache: its new cells counted and, by
+    // the last source to reach it, its coverage noted.
     for (std::size_t done = 0; done < sources.size(); ++done) {
         const std::size_t k = sources.size() - 1 - done;
+        const bool last = done + 1 == sources.size();
         const GDALResampleAlg algorithm = AlgorithmNamed(outcome.sources[k].resampling);
-        const double factor = opened[k].factor;
         std::int64_t& count = outcome.sources[k].cells;
         Span& span = spans[k];
         const double progressFrom = static_cast<double>(done) * perSource;
@@ -533,34 +766,42 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         if (done == 0) {
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
                      settings, 0, grid.ny, progressFrom, progressFrom + perSource);
-            double* v = cells.Data();
-            for (std::size_t c = 0, n = nx * static_cast<std::size_t>(grid.ny); c < n; ++c)
-                if (!std::isnan(v[c])) {
-                    span.Add(v[c]);
-                    v[c] *= factor;
-                    ++count;
-                }
+            for (int j = 0; j < grid.ny; ++j) {
+                const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
+                const RowFigures figures = TakeRow(row, nx, span, count);
+                if (last)
+                    coverage.AddRow(row, j, grid.nx, figures);
+            }
             continue;
         }
         for (int first = 0; first < grid.ny; first += bandRows) {
             const int rows = std::min(bandRows, grid.ny - first);
-            double* band = cells.Data() + static_cast<std::size_t>(first) * nx;
+            float* band = cells.Data() + static_cast<std::size_t>(first) * nx;
             const std::size_t n = static_cast<std::size_t>(rows) * nx;
-            if (std::none_of(band, band + n, [](double v) { return std::isnan(v); }))
+            if (std::none_of(band, band + n, [](float v) { return std::isnan(v); })) {
+                for (int r = 0; last && r < rows; ++r)
+                    coverage.AddRow(band + static_cast<std::size_t>(r) * nx, first + r, grid.nx);
                 continue;
+            }
             saved.assign(band, band + n);
             const double share = perSource * rows / grid.ny;
             const double bandFrom = progressFrom + perSource * first / grid.ny;
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
                      settings, first, rows, bandFrom, bandFrom + share);
-            for (std::size_t c = 0; c < n; ++c) {
-                if (!std::isnan(saved[c])) {
-                    band[c] = saved[c];
-                } else if (!std::isnan(band[c])) {
-                    span.Add(band[c]);
-                    band[c] *= factor;
-                    ++count;
+            for (int r = 0; r < rows; ++r) {
+                const std::size_t from = static_cast<std::size_t>(r) * nx;
+                float* row = band + from;
+                const float* before = saved.data() + from;
+                for (std::size_t c = 0; c < nx; ++c) {
+                    if (!std::isnan(before[c])) {
+                        row[c] = before[c];
+                    } else if (!std::isnan(row[c])) {
+                        span.Add(double{row[c]});
+                        ++count;
+                    }
                 }
+                if (last)
+                    coverage.AddRow(row, first + r, grid.nx);
             }
         }
     }
@@ -581,28 +822,14 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
                                          sources[k].path.c_str(), value));
     }
 
-    bool first = true;
-    Span values;
-    for (int j = 0; j < grid.ny; ++j) {
-        const double* row = cells.Data() + static_cast<std::size_t>(j) * nx;
-        for (int i = 0; i < grid.nx; ++i) {
-            if (std::isfinite(row[i])) {
-                values.Add(row[i]);
-                continue;
-            }
-            ++outcome.uncovered;
-            if (first) {
-                outcome.uncoveredMinI = outcome.uncoveredMaxI = i;
-                outcome.uncoveredMinJ = outcome.uncoveredMaxJ = j;
-                first = false;
-            }
-            outcome.uncoveredMinI = std::min(outcome.uncoveredMinI, i);
-            outcome.uncoveredMaxI = std::max(outcome.uncoveredMaxI, i);
-            outcome.uncoveredMaxJ = j;
-        }
-    }
-    const bool covered = values.low <= values.high;
-    outcome.valMin = covered ? values.low : std::numeric_limits<double>::quiet_NaN();
-    outcome.valMax = covered ? values.high : std::numeric_limits<double>::quiet_NaN();
+    outcome.uncovered = coverage.uncovered;
+    outcome.beyondFloat = coverage.beyondFloat;
+    outcome.uncoveredMinI = coverage.minI;
+    outcome.uncoveredMinJ = coverage.minJ;
+    outcome.uncoveredMaxI = coverage.maxI;
+    outcome.uncoveredMaxJ = coverage.maxJ;
+    const bool covered = coverage.values.low <= coverage.values.high;
+    outcome.valMin = covered ? coverage.values.low : std::numeric_limits<double>::quiet_NaN();
+    outcome.valMax = covered ? coverage.values.high : std::numeric_limits<double>::quiet_NaN();
     return outcome;
 }

@@ -28,7 +28,11 @@ struct WarpSource {
 struct WarpSettings {
     int epsg = 0;                  // the grid's coordinate system
     std::string resampling;        // a gdalwarp method name; empty: chosen per source
-    double memoryLimitBytes = 64.0 * 1024 * 1024; // the warper's working buffers
+    // The warper's working buffers for one chunk; two chunks are in hand at a time (one
+    // read while the other is resampled). The limit also decides where the grid is cut
+    // into chunks, and the transformation is approximated along each chunk's rows, so
+    // another limit moves the last bits of some cells.
+    double memoryLimitBytes = 64.0 * 1024 * 1024;
     GDALProgressFunc progress = nullptr;          // with its argument; null: silent
     void* progressArg = nullptr;
 };
@@ -45,6 +49,7 @@ struct SourceShare {
 struct WarpOutcome {
     std::vector<SourceShare> sources; // in the order given
     std::int64_t uncovered = 0;       // cells no source holds valid data for (left NaN)
+    std::int64_t beyondFloat = 0;     // cells whose elevation no float holds (infinite)
     // Bounding box of the uncovered cells, as cell indices, when there are any.
     std::int32_t uncoveredMinI = 0;
     std::int32_t uncoveredMinJ = 0;
@@ -69,13 +74,15 @@ void CheckSources(const std::vector<WarpSource>& sources);
 [[nodiscard]] bool SourcesMeet(const std::vector<WarpSource>& sources, const Bounds& lonLat);
 
 // Fills `cells` (grid.nx × grid.ny, cells(i, j) at grid point (i, j), j = 0 at the south)
-// from the sources. Automatic resampling averages where the grid is coarser than a source
+// from the sources, each cell the float a grid file stores: resampled and turned into an
+// elevation in doubles, then rounded once. Automatic resampling averages where the grid is coarser than a source
 // and interpolates bilinearly where it is finer. Cells no source covers hold NaN.
 // Refused with PrepError: a source without a nodata tag that holds a nodata marker (-9999,
 // -32768, -32767, 1e20 or beyond) among the pixels the warp reads, unless it keeps its
 // markers; a source GDAL cannot read there (with GDAL's reason); a source whose values are
-// all one number. Memory beyond `cells`: the warper's buffers, GDAL's block cache and at
-// most 32 MB of rows or source lines.
+// all one number. Memory beyond `cells`: the warper's buffers for two chunks, GDAL's block
+// cache, and 16 MB of rows kept while a later source fills a band or 32 MB of source lines
+// read by the one-number check. The warp runs on every core.
 [[nodiscard]] WarpOutcome WarpSources(const GridGeometry& grid,
                                       const std::vector<WarpSource>& sources,
-                                      const WarpSettings& settings, Grid2d<double>& cells);
+                                      const WarpSettings& settings, Grid2d<float>& cells);

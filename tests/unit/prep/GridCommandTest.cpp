@@ -279,7 +279,10 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
         {{"src.tif"}, {150, 10, 151, 11}, "no source holds valid data inside the bounds"},
         {{"src.tif"}, {140, 35, 139, 36}, "the bounds 140 35 139 36 are empty or reversed"},
         {{"project.xml", "src.tif"}, west, "give --region N to build one"},
-        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 7450.6 GiB of memory, more than this machine has"},
+        // A float a cell, and a text grid's doubles besides.
+        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 11175.9 GiB of memory, more than this machine has"},
+        {{"src.tif"}, {0, 0, 100000, 100000}, "needs 3725.3 GiB of memory, more than this machine has",
+         [&](GridOptions& o) { o.output = (dir.path() / "out.bin").string(); }},
         {{"one.tif"}, west, "one.tif: every value it holds is 3; a source of one number"},
         {{"flatwest.tif"}, west, "every one of the 16 cells would hold -100: the sources are flat"},
         {{"cut.nc"}, west, "cut.nc: the file is cut short: it holds 3000 bytes, fewer than the 40000"},
@@ -291,6 +294,8 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
          [](GridOptions& o) { o.fill = std::numeric_limits<double>::infinity(); }},
         {{"src.tif"}, west, "--z-scale takes a finite factor other than 0, not 0",
          [](GridOptions& o) { o.zScaleFor = {{1, 0.0}}; }},
+        {{"src.tif"}, west, "cells would hold elevations beyond the 3.4e38 a grid file's floats",
+         [](GridOptions& o) { o.zScale = 1e300; }},
         {{"src.tif"}, west, "--nodata-source 2: there are 1 sources",
          [](GridOptions& o) { o.sourceNoDataFor = {{2, -1.0}}; }},
         {{"src.tif"}, west, "src.tif: its coordinate system \"EPSG:99999\" (--source-srs) is not one",
@@ -554,5 +559,45 @@ TEST(PrepGrid, AGridWithoutSystemTakesTheOneGiven) {
         ASSERT_EQ(run.status, 0) << run.err;
         const Region grid = ReadBack(o.output, 0.1);
         EXPECT_EQ(grid.grid(1, 3), -86.0); // pixel (6, 26)
+    }
+}
+
+// The command writes its float cells itself, straight from the grid it warped into: the
+// bytes must be those the run's own writer gives the same grid, header included.
+TEST(PrepGrid, BinaryGridBytesAreTheRunWritersBytes) {
+    struct Shape {
+        int nx;
+        int ny;
+        double orgX;
+        double orgY;
+        double spacing;
+    };
+    const Shape shapes[] = {{1, 1, 0.5, -0.5, 1}, {7, 3, 139.0125, 34.5125, 0.025},
+                            {64, 33, 44010, -139990, 20}};
+    for (const Shape& s : shapes) {
+        SCOPED_TRACE(s.nx);
+        Region region(TPG_R, XML_REGION{});
+        region.Set2dStruct(s.nx, s.ny, s.orgX, s.orgY);
+        region.gridSize = s.spacing;
+        region.grid.Assign(s.nx, s.ny, 0.0);
+        std::vector<float> cells(static_cast<std::size_t>(s.nx) * s.ny);
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            cells[c] = c % 5 == 4 ? -0.0f : static_cast<float>(-1234.5678 + 0.37 * c);
+            region.grid.Data()[c] = cells[c];
+        }
+        char* made[2] = {};
+        std::size_t sizes[2] = {};
+        std::FILE* run = open_memstream(&made[0], &sizes[0]);
+        std::FILE* prep = open_memstream(&made[1], &sizes[1]);
+        ASSERT_TRUE(region.PutBIN(run));
+        ASSERT_TRUE(PutBinaryGrid(prep, s.orgX, s.orgY, s.nx, s.ny, s.spacing, cells.data()));
+        std::fclose(run);
+        std::fclose(prep);
+        const std::string runBytes(made[0], sizes[0]);
+        const std::string prepBytes(made[1], sizes[1]);
+        std::free(made[0]);
+        std::free(made[1]);
+        EXPECT_EQ(prepBytes.size(), 28 + 4 * cells.size());
+        EXPECT_TRUE(prepBytes == runBytes);
     }
 }
