@@ -67,6 +67,16 @@ void SecondCore::Wait() {
     wake_.wait(lock, [this] { return !busy_; });
 }
 
+bool SecondCore::TakeBack() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // The helper moves the job out under the mutex as it begins it.
+    if (!busy_ || !job_)
+        return false;
+    job_ = nullptr;
+    busy_ = false;
+    return true;
+}
+
 void SecondCore::Loop() {
     for (;;) {
         (void)SpinUntil([this] { return busy_.load(std::memory_order_acquire) || quit_; });
@@ -76,6 +86,7 @@ void SecondCore::Loop() {
             {
                 // Gone before the caller can see the job done and end what it refers to.
                 const std::function<void()> job = std::move(job_);
+                job_ = nullptr; // begun: no longer to be taken back
                 lock.unlock();
                 job();
             }
