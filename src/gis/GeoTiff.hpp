@@ -72,7 +72,9 @@ class GeoTiff {
     std::uint32_t ySize = 0;
 
   private:
-    template <class ValueAt> bool Classify(std::uint32_t nx, std::uint32_t ny, ValueAt valueAt);
+    // rowAt(j, scratch) gives the nx values of grid row j, in place or copied to scratch.
+    template <class RowAt> bool Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt);
+    void SearchClasses(const double* row, std::size_t count, std::uint8_t* out) const;
     [[nodiscard]] std::uint8_t ClassOf(double v) const;
 
     bool m_ascending = false; // bounds never decrease: classes by binary search
