@@ -20,6 +20,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 const std::string program = "Seaforge";
@@ -158,6 +159,8 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         if (!in.constLine.SinkWB(g.T.nx, g.T.ny, project.TideWaterLevel, g.C.pairGrid,
                                  g.C.pairIntGrid, g.T.grid, g.H.pairGrid))
             FailConstructionLines("Sink", g.T);
+        // The structures' heights have been sunk; only their identifiers are read again.
+        g.C.pairGrid.Release();
         if (!g.M.WriteBIN(destDir) || !g.H.WriteBIN(destDir))
             throw 15;
         if (!waveTable.empty() && (!g.H.WriteGeoTIFF(destDir, waveTable, "N") ||
@@ -178,8 +181,10 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     } else {
         SizeLike(g.L, g.T);
         g.L.Make2dStruct();
-        // The land map works on its own copies of both structure maps.
-        if (!g.L.MakeLandMap(g.T.grid, g.C.pairIntGrid, g.M.pairIntGrid, tide))
+        // The land map works on its own copies of both structure maps; nothing reads them
+        // after it, so they are handed over rather than copied.
+        if (!g.L.MakeLandMap(g.T.grid, std::move(g.C.pairIntGrid), std::move(g.M.pairIntGrid),
+                             tide))
             throw 15;
         if (!g.L.WriteBIN(destDir))
             throw 15;

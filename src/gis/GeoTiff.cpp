@@ -229,6 +229,21 @@ bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const 
     });
 }
 
+bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const double> values,
+                            std::size_t stride) {
+    if (stride <= 1)
+        return convertRaster(nx, ny, values);
+    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
+        const double* data = values.data();
+        const std::size_t size = values.size();
+        for (std::uint32_t i = 0; i < nx; ++i) {
+            const std::size_t at = (static_cast<std::size_t>(j) * nx + i) * stride;
+            scratch[i] = at < size ? data[at] : NAN;
+        }
+        return scratch;
+    });
+}
+
 bool GeoTiff::convertRaster(const std::vector<std::vector<double>>& grid) {
     if (grid.size() > UINT32_MAX || (!grid.empty() && grid.front().size() > UINT32_MAX)) {
         std::printf("Error : GeoTiff::convertRaster() -> Raster array allocation\n");
