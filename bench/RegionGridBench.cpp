@@ -217,6 +217,7 @@ int main(int argc, char** argv) {
         repeat, [&] { (void)GetlineStrtod(textPath, &kept); },
         [&] { std::vector<double>().swap(kept); });
     Region text(TPG_R, rec);
+    ReleaseSpareHugeBlock(); // or the grid would take the block of the last one
     long long textPeak = PeakBytes([&] {
         Silence quiet;
         readOk &= text.ReadFile();
@@ -239,6 +240,7 @@ int main(int argc, char** argv) {
         Silence quiet;
         writeOk &= text.WriteBIN(dir);
     });
+    ReleaseSpareHugeBlock();
     const long long writePeak = PeakBytes([&] {
         Silence quiet;
         writeOk &= text.WriteBIN(dir);
@@ -260,6 +262,7 @@ int main(int argc, char** argv) {
     const double freshGrid = binTimes[1];
     const double binRead = binTimes[2];
     Region twin(TPG_R, rec);
+    ReleaseSpareHugeBlock();
     const long long binPeak = PeakBytes([&] {
         Silence quiet;
         readOk &= twin.ReadFile();

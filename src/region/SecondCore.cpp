@@ -11,9 +11,10 @@ namespace {
 
 // Jobs come in runs, one per buffer of a file a fraction of a millisecond apart. A thread
 // that sleeps between them is woken by the kernel, which on a virtual machine can take
-// longer than the job itself; so each side first watches the flag for about as long as a
-// job takes, and only then sleeps.
-constexpr auto kSpin = std::chrono::microseconds(2000);
+// longer than the job itself; so each side first watches the flag for about half as long
+// as a job takes, and only then sleeps. Not longer: on a machine busy with other work the
+// watching takes a core from someone, and a job the helper is late for is taken back.
+constexpr auto kSpin = std::chrono::microseconds(250);
 
 template <class Done> bool SpinUntil(const Done& done) {
     const auto until = std::chrono::steady_clock::now() + kSpin;
