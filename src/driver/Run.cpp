@@ -9,6 +9,7 @@
 #include "project/FilePtr.hpp"
 #include "project/QuorXmlParameter.hpp"
 #include "region/Region.hpp"
+#include "region/SecondCore.hpp"
 #include "region/TimeSteps.hpp"
 
 #include <algorithm>
@@ -120,9 +121,24 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     if (!topographyFromFile && !g.T.WriteBIN(destDir))
         throw 3;
     const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
-    if (!pictures.TopographyColorTable.empty() &&
-        !g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, ""))
-        throw 8;
+    if (!pictures.TopographyColorTable.empty()) {
+        // The picture leaves a core idle while it is compressed: there the memory of the
+        // roughness grid read next is made ready, which would otherwise be zeroed page by
+        // page during the read.
+        std::unique_ptr<SecondCore> second;
+        const std::size_t gridBytes = static_cast<std::size_t>(std::max(g.T.nx, 0)) *
+                                      static_cast<std::size_t>(std::max(g.T.ny, 0)) *
+                                      sizeof(double);
+        if (!g.R.noFileName && UninitialisedAllocator<double>::IsHuge(gridBytes / sizeof(double)))
+            second = SecondCore::StartIfUseful();
+        if (second)
+            second->Start([gridBytes] { PrepareSpareHugeBlock(gridBytes); });
+        const bool drawn = g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, "");
+        if (second)
+            second->Wait();
+        if (!drawn)
+            throw 8;
+    }
 
     if (!g.R.noFileName) {
         if (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R))
