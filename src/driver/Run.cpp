@@ -17,6 +17,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -121,27 +122,50 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     if (!topographyFromFile && !g.T.WriteBIN(destDir))
         throw 3;
     const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
+    // The roughness grid is read on the second core while the topography picture is drawn
+    // on this one (where GDAL's memory is reused by the later pictures): the read prints
+    // nothing until the picture is known to be written, so the console and the files are
+    // what drawing first and reading after would give.
+    const bool roughnessFromFile = !g.R.noFileName;
+    bool roughnessRead = false;
     if (!pictures.TopographyColorTable.empty()) {
-        // The picture leaves a core idle while it is compressed: there the memory of the
-        // roughness grid read next is made ready, which would otherwise be zeroed page by
-        // page during the read.
-        std::unique_ptr<SecondCore> second;
-        const std::size_t gridBytes = static_cast<std::size_t>(std::max(g.T.nx, 0)) *
-                                      static_cast<std::size_t>(std::max(g.T.ny, 0)) *
-                                      sizeof(double);
-        if (!g.R.noFileName && UninitialisedAllocator<double>::IsHuge(gridBytes / sizeof(double)))
-            second = SecondCore::StartIfUseful();
-        if (second)
-            second->Start([gridBytes] { PrepareSpareHugeBlock(gridBytes); });
-        const bool drawn = g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, "");
-        if (second)
-            second->Wait();
+        std::int64_t valueCount = 0;
+        int readFailure = -1;
+        std::exception_ptr readFailed;
+        const auto read = [&] {
+            try {
+                readFailure = g.R.ReadFileQuietly(valueCount);
+            } catch (...) {
+                readFailed = std::current_exception();
+            }
+        };
+        bool drawn = false;
+        {
+            // Made after what its job refers to: should the picture throw, the helper's end
+            // waits for the read before any of that goes.
+            const std::unique_ptr<SecondCore> second =
+                roughnessFromFile ? SecondCore::StartIfUseful() : nullptr;
+            if (second)
+                second->Start(read);
+            drawn = g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, "");
+            if (second && second->TakeBack())
+                read();
+            else if (second)
+                second->Wait();
+        }
         if (!drawn)
             throw 8;
+        if (readFailed)
+            std::rethrow_exception(readFailed);
+        if (readFailure >= 0) {
+            roughnessRead = true;
+            if (!g.R.ReportQuietRead(readFailure, valueCount) || !isSameRegion(&g.T, &g.R))
+                throw 14;
+        }
     }
 
-    if (!g.R.noFileName) {
-        if (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R))
+    if (roughnessFromFile) {
+        if (!roughnessRead && (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R)))
             throw 14;
     } else {
         SizeLike(g.R, g.T);

@@ -81,37 +81,6 @@ void DeallocateHuge(void* p, std::size_t bytes) noexcept {
         munmap(old, oldSize);
 }
 
-void PrepareSpareHugeBlock(std::size_t bytes) noexcept {
-    const std::size_t size = Rounded(bytes);
-    if (size < bytes || size > SIZE_MAX - kHugePage)
-        return;
-    {
-        const std::lock_guard<std::mutex> lock(gSpareMutex);
-        if (gSpare != nullptr && gSpareSize >= size)
-            return;
-    }
-    void* block = nullptr;
-    try {
-        block = MapFresh(size);
-    } catch (const std::bad_alloc&) {
-        return; // the grid will ask for its own block and fail or not there
-    }
-    // One write a page has the kernel give (and zero) every page now.
-    for (std::size_t at = 0; at < size; at += 4096)
-        static_cast<volatile char*>(block)[at] = 0;
-    void* old = nullptr;
-    std::size_t oldSize = 0;
-    {
-        const std::lock_guard<std::mutex> lock(gSpareMutex);
-        old = gSpare;
-        oldSize = gSpareSize;
-        gSpare = block;
-        gSpareSize = size;
-    }
-    if (old != nullptr)
-        munmap(old, oldSize);
-}
-
 void ReleaseSpareHugeBlock() noexcept {
     void* old = nullptr;
     std::size_t oldSize = 0;

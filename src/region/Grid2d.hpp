@@ -20,11 +20,6 @@ void* AllocateHuge(std::size_t bytes);
 void DeallocateHuge(void* p, std::size_t bytes) noexcept;
 // Gives the kept block back to the kernel.
 void ReleaseSpareHugeBlock() noexcept;
-// Makes a block of at least `bytes` the kept one, its pages already given by the kernel,
-// unless the kept block is that large. For a grid about to be read, on another thread
-// while this one has work that leaves a core idle: the pages are not zeroed during the
-// read then.
-void PrepareSpareHugeBlock(std::size_t bytes) noexcept;
 
 // While one lives, this thread's large blocks all come fresh from the kernel, zeros.
 class FreshHugeBlocks {

@@ -399,7 +399,27 @@ int Region::LoadFile(std::int64_t& valueCount, bool echo) {
 int Region::ReadFile() {
     std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
     std::int64_t valueCount = 0;
-    if (const int failure = LoadFile(valueCount, true)) {
+    const int failure = LoadFile(valueCount, true);
+    return ReportRead(failure, valueCount);
+}
+
+int Region::ReadFileQuietly(std::int64_t& valueCount) {
+    // Only the binary reader prints while it reads, and for construction lines more than
+    // one fixed line; those are read by ReadFile itself.
+    if (type == CLD_R && IsBinaryGridPath(inFileName))
+        return -1;
+    return LoadFile(valueCount, false);
+}
+
+int Region::ReportQuietRead(int failure, std::int64_t valueCount) {
+    std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
+    if (IsBinaryGridPath(inFileName))
+        std::printf(">>>> Read Binary File\n");
+    return ReportRead(failure, valueCount);
+}
+
+int Region::ReportRead(int failure, std::int64_t valueCount) {
+    if (failure) {
         const std::string& path = inFileName;
         switch (failure) {
         case kCannotOpen:
