@@ -399,4 +399,50 @@ inline bool WriteProject(const std::string& dir, int n, Project& project) {
     return ok && WriteText(dir + "/project.xml", ProjectXml(regions));
 }
 
+// A project of one plane region of n x n points (EPSG 2451, 30 m) with every grid the run
+// derives: topography and roughness as text grids, construction lines (with `lines`) or
+// none, the land map made by the run, the deformation stages, stations and every picture.
+// The memory a run needs per cell is measured on it.
+inline bool WriteOneRegionProject(const std::string& dir, int n, bool lines) {
+    const std::string data = dir + "/data";
+    std::filesystem::create_directory(data);
+    const double extent = n * kHarbourSpacing;
+    const Grid g{n, n, -extent / 2, -extent / 2, kHarbourSpacing};
+    const Coast coast{g.orgY + 0.6 * extent, 0.04 * extent, 0.5 * extent};
+    std::vector<std::string> grids;
+    bool ok = WritePlaneRegion(data, "Solo", g, coast, grids);
+    if (!lines)
+        std::filesystem::remove(data + "/Solo_ConstructionLine.txt");
+    ok = ok &&
+         WriteText(data + "/Fault.txt",
+                   "# lat lon depth(m) unused strike(deg) dip(deg) rake(deg) length(m) "
+                   "width(m) slip(m) name\n"
+                   "35.020 140.650 10000 0 45 30 90 60000 30000 4.5 \"Segment1\"\n") &&
+         WriteText(data + "/DynamicDeformation.txt",
+                   "# order valid-time(s) rise-time(s)\n1 0.0 30.0\n2 60.0 30.0\n") &&
+         WriteText(data + "/ConstructionLineParameter.txt",
+                   "# id sink-rate kind label\n1 0.0 0 Breakwater\n2 0.5 1 Seawall\n"
+                   "3 1.0 2 SunkBreakwater\n") &&
+         WriteText(data + "/Threshold.txt", "0.5\n") &&
+         WriteText(data + "/Stations.txt",
+                   PointList("ST", 300, g.orgX, g.orgY, extent, extent * 0.55)) &&
+         WriteText(data + "/OffshoreStations.txt", "# none\n") &&
+         WriteText(data + "/CoastPoints.txt",
+                   PointList("CP", 2000, g.orgX, 0.0, extent, 0.0,
+                             [&](double x) { return coast.CoastY(x) - 20.0; })) &&
+         WriteText(data + "/Topography.clr", "-10000 8 29 88\n-500 37 52 148\n"
+                                             "-100 65 105 225\n-20 100 149 237\n"
+                                             "-5 135 206 250\n0 120 180 90\n") &&
+         WriteText(data + "/Roughness.clr", "0.000 255 255 255\n0.025 120 160 230\n"
+                                            "0.040 20 40 140\n") &&
+         WriteText(data + "/WaveHeight.clr", "-100 0 0 128\n-1 0 0 255\n-0.1 200 200 255\n"
+                                             "0 255 255 255\n0.1 255 200 200\n");
+    std::string body = FileElement("Topography", "data/Solo_Topography.txt") +
+                       FileElement("RoughnessCoefficient", "data/Solo_Roughness.txt");
+    if (lines)
+        body += FileElement("ConstructionLineData", "data/Solo_ConstructionLine.txt");
+    return ok && WriteText(dir + "/project.xml",
+                           ProjectXml(RegionXml(1, "Solo", 0, 2451, kHarbourSpacing, body)));
+}
+
 } // namespace bench

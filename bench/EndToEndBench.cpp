@@ -281,6 +281,38 @@ int main(int argc, char** argv) {
         std::printf("  seaforge-prep check: not built, or it failed (see prep.stderr)\n");
     }
 
+    // Memory per cell of one region with every grid the run derives, each run in its own
+    // process of the program itself so that the peak is the run's alone.
+    const std::string seaforge =
+        (std::filesystem::canonical("/proc/self/exe").parent_path().parent_path() / "Seaforge")
+            .string();
+    if (std::filesystem::exists(seaforge)) {
+        const bench::Child alone = bench::RunChild({seaforge});
+        const double cells = static_cast<double>(n) * n;
+        std::printf("\nPeak memory of a run of one %d x %d region with every derived grid, "
+                    "stations and every picture\n(the program alone: %.1f MiB):\n",
+                    n, n, static_cast<double>(alone.peakBytes) / kMegabyte);
+        for (const bool lines : {true, false}) {
+            const std::string one = dir + (lines ? "/one-lines" : "/one-plain");
+            std::filesystem::create_directory(one);
+            if (!bench::WriteOneRegionProject(one, n, lines)) {
+                std::fprintf(stderr, "cannot write the project into %s\n", one.c_str());
+                return 1;
+            }
+            const bench::Child run = bench::RunChild({seaforge, "project.xml"}, one);
+            const double perCell = static_cast<double>(run.peakBytes) / cells;
+            std::printf("  %-26s %7.1f MiB = %5.1f bytes a cell (%.1f beyond the program "
+                        "alone); goal <= 16: %s%s\n",
+                        lines ? "with construction lines" : "without construction lines",
+                        static_cast<double>(run.peakBytes) / kMegabyte, perCell,
+                        static_cast<double>(run.peakBytes - alone.peakBytes) / cells,
+                        perCell <= 16.0 ? "met" : "NOT met",
+                        run.status == 0 ? "" : "  (the run FAILED)");
+            if (!keepFiles)
+                std::filesystem::remove_all(one);
+        }
+    }
+
     if (keepFiles) {
         std::printf("\nKept %s\n", dir.c_str());
     } else {

@@ -183,18 +183,11 @@ int main(int argc, char** argv) {
         readOk &= region->ReadFile();
     };
     const auto dropRegion = [&] { region.reset(); };
-    const std::vector<double> textTimes = BestTakingTurns(
-        repeat, {{[&] { (void)ReadBytes(textPath); }},
-                 {[&] { baselineCount = GetlineStrtod(textPath, nullptr); }},
-                 {readRegion, dropRegion}});
-    const double rawText = textTimes[0];
-    const double plain = textTimes[1];
-    const double textRead = textTimes[2];
-    // The scan every processor runs, for machines without AVX2.
-    const double portableRead = Best(repeat, [&] {
+    // The reader with each build of its scan, as ReadFile runs it (both cores).
+    const auto readWith = [&](TextGridReader::Instructions instructions, bool bothCores) {
         FilePtr file(std::fopen(textPath.c_str(), "r"));
-        TextGridReader reader(file.get(), TextGridReader::kDefaultBufferBytes, true,
-                              TextGridReader::Instructions::kPortable);
+        TextGridReader reader(file.get(), TextGridReader::kDefaultBufferBytes, bothCores,
+                              instructions);
         GridValues read;
         if (reader.SkipLine() && reader.SkipLine()) {
             read.Prepare(static_cast<std::size_t>(values), static_cast<std::size_t>(values), false);
@@ -202,12 +195,29 @@ int main(int argc, char** argv) {
             read.Finish(reader.Helper());
         }
         readOk &= read.valueCount == static_cast<std::int64_t>(values);
-    });
+    };
+    const bool hasVector = TextGridReader::VectorBlocksAvailable();
+    std::vector<bench::Timed> textJobs = {
+        {[&] { (void)ReadBytes(textPath); }},
+        {[&] { baselineCount = GetlineStrtod(textPath, nullptr); }},
+        {readRegion, dropRegion},
+        {[&] { readWith(TextGridReader::Instructions::kBest, false); }},
+        {[&] { readWith(TextGridReader::Instructions::kPortable, true); }}};
+    if (hasVector)
+        textJobs.push_back({[&] { readWith(TextGridReader::Instructions::kVector, true); }});
+    const std::vector<double> textTimes = BestTakingTurns(repeat, textJobs);
+    const double rawText = textTimes[0];
+    const double plain = textTimes[1];
+    const double textRead = textTimes[2];
+    const double oneCoreRead = textTimes[3];
+    const double portableRead = textTimes[4];
+    const double vectorRead = hasVector ? textTimes[5] : -1.0;
     std::vector<double> kept;
     const double plainKept = Best(
         repeat, [&] { (void)GetlineStrtod(textPath, &kept); },
         [&] { std::vector<double>().swap(kept); });
     Region text(TPG_R, rec);
+    ReleaseSpareHugeBlock(); // or the grid would take the block of the last one
     long long textPeak = PeakBytes([&] {
         Silence quiet;
         readOk &= text.ReadFile();
@@ -230,6 +240,7 @@ int main(int argc, char** argv) {
         Silence quiet;
         writeOk &= text.WriteBIN(dir);
     });
+    ReleaseSpareHugeBlock();
     const long long writePeak = PeakBytes([&] {
         Silence quiet;
         writeOk &= text.WriteBIN(dir);
@@ -251,6 +262,7 @@ int main(int argc, char** argv) {
     const double freshGrid = binTimes[1];
     const double binRead = binTimes[2];
     Region twin(TPG_R, rec);
+    ReleaseSpareHugeBlock();
     const long long binPeak = PeakBytes([&] {
         Silence quiet;
         readOk &= twin.ReadFile();
@@ -266,14 +278,33 @@ int main(int argc, char** argv) {
     PrintLine("std::getline + strtod loop", plain, textBytes, values, -1);
     PrintLine("  the same, keeping the values", plainKept, textBytes, values, -1);
     PrintLine("Region::ReadFile (text)", textRead, textBytes, values, textPeak);
+    PrintLine("  its reader on one core", oneCoreRead, textBytes, values, -1);
     PrintLine("  its reader, portable scan", portableRead, textBytes, values, -1);
+    if (hasVector)
+        PrintLine("  its reader, AVX2 scan", vectorRead, textBytes, values, -1);
     std::printf(" binary file %.1f MB\n", binBytes / 1e6);
     PrintLine("Region::WriteBIN", write, binBytes, values, writePeak);
     PrintLine("read bytes only (1 MiB buffer)", rawBin, binBytes, 0, -1);
     PrintLine("fill fresh grid storage, no file", freshGrid, gridBytes, values, -1);
     PrintLine("Region::ReadFile (binary)", binRead, binBytes, values, binPeak);
-    std::printf(" cores: %u; text scan: %s\n", std::thread::hardware_concurrency(),
-                TextGridReader::VectorBlocksAvailable() ? "AVX2" : "portable");
+    const TextGridReader::ScanChoice& choice = TextGridReader::BestScan();
+    std::printf(" cores: %u; text scan chosen: %s", std::thread::hardware_concurrency(),
+                choice.vector ? "AVX2" : "portable");
+    if (choice.measured)
+        std::printf(" (faster at start-up over a %.0f KB sample: AVX2 %.1f us, portable %.1f us; "
+                    "choosing took %.2f ms)\n",
+                    static_cast<double>(choice.sampleBytes) / 1e3, choice.vectorSeconds * 1e6,
+                    choice.portableSeconds * 1e6, choice.choosingSeconds * 1e3);
+    else
+        std::printf(" (this processor has no AVX2)\n");
+    if (hasVector) {
+        const bool rightChoice = (choice.vector ? vectorRead : portableRead) <=
+                                 std::min(vectorRead, portableRead) * 1.02;
+        std::printf(" on this grid the %s scan was the faster (%.2fx the other)%s\n",
+                    vectorRead <= portableRead ? "AVX2" : "portable",
+                    std::max(vectorRead, portableRead) / std::min(vectorRead, portableRead),
+                    rightChoice ? "" : ": the start-up choice missed it");
+    }
 
     const double memoryLimit = 1.5 * gridBytes + static_cast<double>(kReadBufferBytes);
     const auto verdict = [](bool met) { return met ? "met" : "NOT met"; };

@@ -9,6 +9,7 @@
 #include "project/FilePtr.hpp"
 #include "project/QuorXmlParameter.hpp"
 #include "region/Region.hpp"
+#include "region/SecondCore.hpp"
 #include "region/TimeSteps.hpp"
 
 #include <algorithm>
@@ -16,10 +17,12 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 const std::string program = "Seaforge";
@@ -119,12 +122,50 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     if (!topographyFromFile && !g.T.WriteBIN(destDir))
         throw 3;
     const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
-    if (!pictures.TopographyColorTable.empty() &&
-        !g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, ""))
-        throw 8;
+    // The roughness grid is read on the second core while the topography picture is drawn
+    // on this one (where GDAL's memory is reused by the later pictures): the read prints
+    // nothing until the picture is known to be written, so the console and the files are
+    // what drawing first and reading after would give.
+    const bool roughnessFromFile = !g.R.noFileName;
+    bool roughnessRead = false;
+    if (!pictures.TopographyColorTable.empty()) {
+        std::int64_t valueCount = 0;
+        int readFailure = -1;
+        std::exception_ptr readFailed;
+        const auto read = [&] {
+            try {
+                readFailure = g.R.ReadFileQuietly(valueCount);
+            } catch (...) {
+                readFailed = std::current_exception();
+            }
+        };
+        bool drawn = false;
+        {
+            // Made after what its job refers to: should the picture throw, the helper's end
+            // waits for the read before any of that goes.
+            const std::unique_ptr<SecondCore> second =
+                roughnessFromFile ? SecondCore::StartIfUseful() : nullptr;
+            if (second)
+                second->Start(read);
+            drawn = g.T.WriteGeoTIFF(destDir, pictures.TopographyColorTable, "");
+            if (second && second->TakeBack())
+                read();
+            else if (second)
+                second->Wait();
+        }
+        if (!drawn)
+            throw 8;
+        if (readFailed)
+            std::rethrow_exception(readFailed);
+        if (readFailure >= 0) {
+            roughnessRead = true;
+            if (!g.R.ReportQuietRead(readFailure, valueCount) || !isSameRegion(&g.T, &g.R))
+                throw 14;
+        }
+    }
 
-    if (!g.R.noFileName) {
-        if (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R))
+    if (roughnessFromFile) {
+        if (!roughnessRead && (!g.R.ReadFile() || !isSameRegion(&g.T, &g.R)))
             throw 14;
     } else {
         SizeLike(g.R, g.T);
@@ -158,6 +199,8 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
         if (!in.constLine.SinkWB(g.T.nx, g.T.ny, project.TideWaterLevel, g.C.pairGrid,
                                  g.C.pairIntGrid, g.T.grid, g.H.pairGrid))
             FailConstructionLines("Sink", g.T);
+        // The structures' heights have been sunk; only their identifiers are read again.
+        g.C.pairGrid.Release();
         if (!g.M.WriteBIN(destDir) || !g.H.WriteBIN(destDir))
             throw 15;
         if (!waveTable.empty() && (!g.H.WriteGeoTIFF(destDir, waveTable, "N") ||
@@ -178,8 +221,10 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     } else {
         SizeLike(g.L, g.T);
         g.L.Make2dStruct();
-        // The land map works on its own copies of both structure maps.
-        if (!g.L.MakeLandMap(g.T.grid, g.C.pairIntGrid, g.M.pairIntGrid, tide))
+        // The land map works on its own copies of both structure maps; nothing reads them
+        // after it, so they are handed over rather than copied.
+        if (!g.L.MakeLandMap(g.T.grid, std::move(g.C.pairIntGrid), std::move(g.M.pairIntGrid),
+                             tide))
             throw 15;
         if (!g.L.WriteBIN(destDir))
             throw 15;

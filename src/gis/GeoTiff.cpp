@@ -1,5 +1,7 @@
 #include "gis/GeoTiff.hpp"
 
+#include "region/SecondCore.hpp"
+
 #include <cpl_conv.h>
 #include <cpl_error.h>
 #include <cpl_string.h>
@@ -10,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <stdexcept>
 
@@ -25,6 +28,8 @@ struct CplFree {
 };
 
 constexpr std::size_t kMaxClasses = 256; // one byte per cell
+// Pictures of at least this many cells are classified on two cores.
+constexpr std::size_t kSplitCells = std::size_t{1} << 20;
 
 // Reads "<bound> <red> <green> <blue>" from the front of `line`. Reading stops at the
 // first field that is not a number, leaving it and the fields after it at 0.
@@ -132,8 +137,33 @@ std::uint8_t GeoTiff::ClassOf(double v) const {
     return 0;
 }
 
-template <class ValueAt>
-bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, ValueAt valueAt) {
+void GeoTiff::SearchClasses(const double* row, std::size_t count, std::uint8_t* out) const {
+    // Neighbouring cells mostly fall in one class (a roughness or land map holds a few
+    // values, a sea floor changes slowly), so with bounds in order the class of the last
+    // cell is tried first: any v in [lo, hi) has that class, as the search would find.
+    // A NaN fails both comparisons and goes to the search.
+    const std::size_t last = colorTable.size() - 1;
+    double lo = 0.0, hi = 0.0; // empty until a class is found
+    std::uint8_t cls = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const double v = row[i];
+        if (!(lo <= v && v < hi)) {
+            cls = ClassOf(v);
+            if (!m_ascending || std::isnan(v)) {
+                lo = hi = 0.0;
+            } else if (v < colorTable.front().value) {
+                lo = -HUGE_VAL;
+                hi = colorTable.front().value;
+            } else {
+                lo = colorTable[cls].value;
+                hi = cls == last ? HUGE_VAL : colorTable[cls + 1].value;
+            }
+        }
+        out[i] = cls;
+    }
+}
+
+template <class RowAt> bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt) {
     raster.clear();
     raster.shrink_to_fit();
     xSize = nx;
@@ -160,41 +190,57 @@ bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, ValueAt valueAt) {
         std::printf("Error : GeoTiff::convertRaster() -> Raster array allocation\n");
         return false;
     }
-    // Neighbouring cells mostly fall in one class (a roughness or land map holds a few
-    // values, a sea floor changes slowly), so with bounds in order the class of the last
-    // cell is tried first: any v in [lo, hi) has that class, as the search would find.
-    // A NaN fails both comparisons and goes to the search.
-    double lo = 0.0, hi = 0.0; // empty until a class is found
-    std::uint8_t cls = 0;
-    const std::size_t last = colorTable.size() - 1;
     // Pictures are stored top row first: the northernmost grid row comes first.
-    std::uint8_t* out = raster.data();
-    for (std::uint32_t r = 0; r < ySize; ++r) {
-        const std::uint32_t j = ySize - 1 - r;
-        for (std::uint32_t i = 0; i < xSize; ++i) {
-            const double v = valueAt(i, j);
-            if (!(lo <= v && v < hi)) {
-                cls = ClassOf(v);
-                if (!m_ascending || std::isnan(v)) {
-                    lo = hi = 0.0;
-                } else if (v < colorTable.front().value) {
-                    lo = -HUGE_VAL;
-                    hi = colorTable.front().value;
-                } else {
-                    lo = colorTable[cls].value;
-                    hi = cls == last ? HUGE_VAL : colorTable[cls + 1].value;
-                }
-            }
-            *out++ = cls;
+    const auto classifyRows = [&](std::uint32_t firstRow, std::uint32_t endRow) {
+        std::vector<double> scratch(xSize);
+        for (std::uint32_t r = firstRow; r < endRow; ++r) {
+            const double* row = rowAt(ySize - 1 - r, scratch.data());
+            std::uint8_t* out = raster.data() + static_cast<std::size_t>(r) * xSize;
+            SearchClasses(row, xSize, out);
         }
+    };
+    // A cell's class depends on its value alone, so a large picture is classified in two
+    // halves of rows, the second on the other core where there is one.
+    const std::uint32_t half = ySize / 2;
+    std::unique_ptr<SecondCore> second =
+        raster.size() >= kSplitCells ? SecondCore::StartIfUseful() : nullptr;
+    if (second) {
+        second->Start([&] { classifyRows(half, ySize); });
+        classifyRows(0, half);
+        if (second->TakeBack())
+            classifyRows(half, ySize);
+        else
+            second->Wait();
+    } else {
+        classifyRows(0, ySize);
     }
     return true;
 }
 
 bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const double> values) {
-    return Classify(nx, ny, [&](std::uint32_t i, std::uint32_t j) {
-        const std::size_t at = static_cast<std::size_t>(j) * nx + i;
-        return at < values.size() ? values[at] : NAN;
+    // Row j in place where the values hold all of it; cells past their end are NaN.
+    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
+        const std::size_t at = static_cast<std::size_t>(j) * nx;
+        if (at + nx <= values.size())
+            return values.data() + at;
+        for (std::uint32_t i = 0; i < nx; ++i)
+            scratch[i] = at + i < values.size() ? values[at + i] : NAN;
+        return scratch;
+    });
+}
+
+bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const double> values,
+                            std::size_t stride) {
+    if (stride <= 1)
+        return convertRaster(nx, ny, values);
+    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
+        const double* data = values.data();
+        const std::size_t size = values.size();
+        for (std::uint32_t i = 0; i < nx; ++i) {
+            const std::size_t at = (static_cast<std::size_t>(j) * nx + i) * stride;
+            scratch[i] = at < size ? data[at] : NAN;
+        }
+        return scratch;
     });
 }
 
@@ -205,9 +251,12 @@ bool GeoTiff::convertRaster(const std::vector<std::vector<double>>& grid) {
     }
     const auto nx = static_cast<std::uint32_t>(grid.size());
     const auto ny = grid.empty() ? 0u : static_cast<std::uint32_t>(grid.front().size());
-    return Classify(nx, ny, [&](std::uint32_t i, std::uint32_t j) {
-        const std::vector<double>& column = grid[i];
-        return j < column.size() ? column[j] : NAN;
+    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
+        for (std::uint32_t i = 0; i < nx; ++i) {
+            const std::vector<double>& column = grid[i];
+            scratch[i] = j < column.size() ? column[j] : NAN;
+        }
+        return scratch;
     });
 }
 

@@ -47,6 +47,10 @@ class GeoTiff {
     // class takes (NaN) do.
     [[nodiscard]] bool convertRaster(std::uint32_t nx, std::uint32_t ny,
                                      std::span<const double> values);
+    // The same where cell k is values[k * stride]: one value of each cell of a grid that
+    // holds several, drawn without copying them out first.
+    [[nodiscard]] bool convertRaster(std::uint32_t nx, std::uint32_t ny,
+                                     std::span<const double> values, std::size_t stride);
 
     // The same for a grid held as columns: grid[i] is column i (west to east) listing its
     // values from south to north. The picture is as tall as the first column; cells past
@@ -72,7 +76,9 @@ class GeoTiff {
     std::uint32_t ySize = 0;
 
   private:
-    template <class ValueAt> bool Classify(std::uint32_t nx, std::uint32_t ny, ValueAt valueAt);
+    // rowAt(j, scratch) gives the nx values of grid row j, in place or copied to scratch.
+    template <class RowAt> bool Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt);
+    void SearchClasses(const double* row, std::size_t count, std::uint8_t* out) const;
     [[nodiscard]] std::uint8_t ClassOf(double v) const;
 
     bool m_ascending = false; // bounds never decrease: classes by binary search

@@ -5,6 +5,8 @@
 #include "project/FilePtr.hpp"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -14,6 +16,13 @@ void PrintShapeError(const char* headline) {
     PrintErrorBlock(
         {"ERROR:CONSTLINEPARAM OBJECT METHOD", headline,
          "  ERROR-DETAIL:Construction Line Data and Wave Breaker grids differ in size."});
+}
+
+// Sets a face without a structure to 0.0, writing only a face that holds anything else
+// (-0.0 included): the heights come as zeros that the system has not yet given pages for.
+void ClearFace(double& face) {
+    if (std::bit_cast<std::uint64_t>(face) != 0)
+        face = 0.0;
 }
 
 } // namespace
@@ -101,12 +110,14 @@ bool ConstLineParam::MakeWBMap(int nx, int ny, const Grid2d<std::int32_t, 2>& id
     const std::size_t faces = map.ValueCount();
     std::int32_t lastId = 0;
     std::int32_t lastCode = 0;
+    // A face that already holds its code is left unwritten: the map comes as zeros that
+    // the system has not yet given pages for, and most faces hold no structure.
     for (std::size_t f = 0; f < faces; ++f) {
         if (id[f] != lastId) {
             lastId = id[f];
             lastCode = codeOf(lastId);
         }
-        if (lastCode != kKeep)
+        if (lastCode != kKeep && face[f] != lastCode)
             face[f] = lastCode;
     }
     return true;
@@ -152,7 +163,7 @@ bool ConstLineParam::SinkWB(int nx, int ny, double /*tideLevel*/, const Grid2d<d
                     for (int k = 0; k < 2; ++k) {
                         const std::int32_t id = ids(i, j)[k];
                         if (id == 0)
-                            sunk(i, j)[k] = 0.0;
+                            ClearFace(sunk(i, j)[k]);
                         else
                             sinkFace(i, j, k, rateOf(id));
                     }
@@ -165,7 +176,7 @@ bool ConstLineParam::SinkWB(int nx, int ny, double /*tideLevel*/, const Grid2d<d
                     for (int k = 0; k < 2; ++k) {
                         const std::int32_t id = ids[i][j][k];
                         if (id == 0)
-                            sunk[i][j][k] = 0.0;
+                            ClearFace(sunk[i][j][k]);
                         else
                             sinkFace(i, j, k, rateOf(id));
                     }

@@ -1,6 +1,7 @@
 #include "region/Grid2d.hpp"
 
 #include <cstdint>
+#include <mutex>
 #include <new>
 
 #include <sys/mman.h>
@@ -9,12 +10,18 @@ namespace {
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 std::size_t Rounded(std::size_t bytes) { return (bytes + kHugePage - 1) / kHugePage * kHugePage; }
-} // namespace
 
-void* AllocateHuge(std::size_t bytes) {
-    const std::size_t size = Rounded(bytes);
-    if (size < bytes || size > SIZE_MAX - kHugePage)
-        throw std::bad_alloc();
+// The last block given back, kept for the next grid. A run frees one grid and then reads
+// the next of the same size; a block the process already has is written at memory speed,
+// while fresh pages are first zeroed by the kernel, which on virtual machines costs more
+// than parsing the grid's text. At most one block is kept, and it is unmapped before any
+// block it cannot serve is mapped, so the peak never holds a spare beside a new grid.
+std::mutex gSpareMutex;
+void* gSpare = nullptr;
+std::size_t gSpareSize = 0;
+thread_local bool tFreshOnly = false;
+
+void* MapFresh(std::size_t size) {
     // One spare huge page of address space, so the block can start on a boundary; the
     // unused ends go straight back.
     void* mapped = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE,
@@ -32,5 +39,58 @@ void* AllocateHuge(std::size_t bytes) {
     (void)madvise(block, size, MADV_HUGEPAGE);
     return block;
 }
+} // namespace
 
-void DeallocateHuge(void* p, std::size_t bytes) noexcept { munmap(p, Rounded(bytes)); }
+FreshHugeBlocks::FreshHugeBlocks() : saved_(tFreshOnly) { tFreshOnly = true; }
+FreshHugeBlocks::~FreshHugeBlocks() { tFreshOnly = saved_; }
+
+void* AllocateHuge(std::size_t bytes) {
+    const std::size_t size = Rounded(bytes);
+    if (size < bytes || size > SIZE_MAX - kHugePage)
+        throw std::bad_alloc();
+    {
+        const std::lock_guard<std::mutex> lock(gSpareMutex);
+        if (gSpare != nullptr) {
+            void* spare = gSpare;
+            const std::size_t spareSize = gSpareSize;
+            gSpare = nullptr;
+            gSpareSize = 0;
+            if (!tFreshOnly && spareSize >= size) {
+                if (spareSize > size)
+                    munmap(static_cast<char*>(spare) + size, spareSize - size);
+                return spare;
+            }
+            munmap(spare, spareSize);
+        }
+    }
+    return MapFresh(size);
+}
+
+void DeallocateHuge(void* p, std::size_t bytes) noexcept {
+    const std::size_t size = Rounded(bytes);
+    void* old = nullptr;
+    std::size_t oldSize = 0;
+    {
+        const std::lock_guard<std::mutex> lock(gSpareMutex);
+        old = gSpare;
+        oldSize = gSpareSize;
+        gSpare = p;
+        gSpareSize = size;
+    }
+    if (old != nullptr)
+        munmap(old, oldSize);
+}
+
+void ReleaseSpareHugeBlock() noexcept {
+    void* old = nullptr;
+    std::size_t oldSize = 0;
+    {
+        const std::lock_guard<std::mutex> lock(gSpareMutex);
+        old = gSpare;
+        oldSize = gSpareSize;
+        gSpare = nullptr;
+        gSpareSize = 0;
+    }
+    if (old != nullptr)
+        munmap(old, oldSize);
+}

@@ -10,12 +10,28 @@
 #include <utility>
 #include <vector>
 
-// Blocks of whole 2 MB pages, aligned to them, fresh from the kernel: they read as zeros
-// until written, take no memory until then, and may be backed by huge pages.
-// AllocateHuge throws std::bad_alloc when the memory is not there.
+// Blocks of whole 2 MB pages, aligned to them, which may be backed by huge pages. The last
+// block given back is kept and serves the next request it is large enough for, its
+// contents as they were; any other block is fresh from the kernel: it reads as zeros until
+// written and takes no memory until then. AllocateHuge throws std::bad_alloc when the
+// memory is not there.
 inline constexpr std::size_t kHugeBlockBytes = std::size_t{8} << 20; // and larger
 void* AllocateHuge(std::size_t bytes);
 void DeallocateHuge(void* p, std::size_t bytes) noexcept;
+// Gives the kept block back to the kernel.
+void ReleaseSpareHugeBlock() noexcept;
+
+// While one lives, this thread's large blocks all come fresh from the kernel, zeros.
+class FreshHugeBlocks {
+  public:
+    FreshHugeBlocks();
+    ~FreshHugeBlocks();
+    FreshHugeBlocks(const FreshHugeBlocks&) = delete;
+    FreshHugeBlocks& operator=(const FreshHugeBlocks&) = delete;
+
+  private:
+    bool saved_;
+};
 
 // Allocator whose resize() leaves new elements of trivial types unwritten, so a reader can
 // size a list and fill it without writing every value twice (or touching memory it may
@@ -50,7 +66,8 @@ template <class T> struct UninitialisedAllocator : std::allocator<T> {
             std::allocator<T>::deallocate(p, n);
     }
 
-    // Whether a block of n elements comes fresh from the kernel, zeros until written.
+    // Whether a block of n elements comes from AllocateHuge: zeros until written only
+    // under FreshHugeBlocks.
     static constexpr bool IsHuge(std::size_t n) { return n > kHugeBlockBytes / sizeof(T); }
 };
 
@@ -111,7 +128,10 @@ template <class T, int kPerCell = 1> class Grid2d {
             // A large grid of zeros is fresh memory left unwritten: maps that stay zero
             // in most cells then cost neither the time to write them nor the memory.
             GridVector<T> fresh;
-            fresh.resize(count);
+            {
+                const FreshHugeBlocks zeros;
+                fresh.resize(count);
+            }
             values_.swap(fresh);
             return;
         }

@@ -92,13 +92,17 @@ void GridValues::Finish(SecondCore* second) {
     const std::size_t restCount = values.size() - from;
     const std::size_t half = restCount / 2;
     Extremes later;
-    if (second != nullptr && half > 0)
-        second->Start([&] { later = ExtremesOf(rest + half, restCount - half); });
+    const auto scanLater = [&] { later = ExtremesOf(rest + half, restCount - half); };
+    const bool split = second != nullptr && half > 0;
+    if (split)
+        second->Start(scanLater);
     else
-        later = ExtremesOf(rest + half, restCount - half);
+        scanLater();
     extremes = from == knownCount_ ? known_ : ExtremesOf(values.data(), from);
     extremes.Append(ExtremesOf(rest, half));
-    if (second != nullptr && half > 0)
+    if (split && second->TakeBack())
+        scanLater();
+    else if (split)
         second->Wait();
     extremes.Append(later);
     extremes.Append(beyondKeep_);

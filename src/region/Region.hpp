@@ -67,6 +67,12 @@ class Region {
     // `valueCount` receives the number of values read. With `echo`, the binary reader's
     // own lines are printed as ReadFile prints them.
     [[nodiscard]] int LoadFile(std::int64_t& valueCount, bool echo = false);
+    // ReadFile in two steps, for a grid read while another thread is busy: the reading,
+    // printing nothing (-1 when this grid cannot be read so: a binary construction-line
+    // file, whose reading prints its entries), then everything ReadFile prints, with its
+    // result.
+    [[nodiscard]] int ReadFileQuietly(std::int64_t& valueCount);
+    [[nodiscard]] int ReportQuietRead(int failure, std::int64_t valueCount);
 
     // RegionWriteBIN.cpp
     // Writes "<dir>/<first three of typeTag>_<regionName>.bin" (header, then the cells of
@@ -235,6 +241,10 @@ class Region {
     std::vector<PosIJ> extractPoints;
     std::string staFileName;
     std::string extFileName;
+
+  private:
+    // ReadFile's summary or error block for what LoadFile answered; its result.
+    int ReportRead(int failure, std::int64_t valueCount);
 };
 
 // Cell-edge extent of a grid whose points are the centres of square cells of side

@@ -222,13 +222,18 @@ int ReadBinaryGrid(Region& region, GridValues& out, bool echo) {
         Extremes earlier, later;
         bool laterRead = false;
         if (available >= 0) {
-            second->Start([&] {
+            const auto readLater = [&] {
                 laterRead = ReadRecordsAt(fileno(f), at, half, whole - half, recordBytes, convert,
                                           values, later);
-            });
+            };
+            second->Start(readLater);
             const bool earlierRead =
                 ReadRecordsAt(fileno(f), at, 0, half, recordBytes, convert, values, earlier);
-            second->Wait();
+            // A helper still waiting for a core leaves its half to this thread.
+            if (second->TakeBack())
+                readLater();
+            else
+                second->Wait();
             const bool lastRead =
                 whole == total ||
                 ReadBytesAt(fileno(f), at + static_cast<off_t>(whole * recordBytes), lastRecord,
@@ -254,12 +259,15 @@ int ReadBinaryGrid(Region& region, GridValues& out, bool echo) {
         const std::size_t records = got / recordBytes;
         consumed += static_cast<std::int64_t>(got);
         const std::size_t half = second ? records / 2 : 0;
+        const auto convertLater = [&, half, records] {
+            convert(buffer.get() + half * recordBytes, done + half, records - half);
+        };
         if (half > 0)
-            second->Start([&, half, records] {
-                convert(buffer.get() + half * recordBytes, done + half, records - half);
-            });
+            second->Start(convertLater);
         convert(buffer.get(), done, half > 0 ? half : records);
-        if (half > 0)
+        if (half > 0 && second->TakeBack())
+            convertLater();
+        else if (half > 0)
             second->Wait();
         done += records;
         if (got < want) {
@@ -391,7 +399,27 @@ int Region::LoadFile(std::int64_t& valueCount, bool echo) {
 int Region::ReadFile() {
     std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
     std::int64_t valueCount = 0;
-    if (const int failure = LoadFile(valueCount, true)) {
+    const int failure = LoadFile(valueCount, true);
+    return ReportRead(failure, valueCount);
+}
+
+int Region::ReadFileQuietly(std::int64_t& valueCount) {
+    // Only the binary reader prints while it reads, and for construction lines more than
+    // one fixed line; those are read by ReadFile itself.
+    if (type == CLD_R && IsBinaryGridPath(inFileName))
+        return -1;
+    return LoadFile(valueCount, false);
+}
+
+int Region::ReportQuietRead(int failure, std::int64_t valueCount) {
+    std::printf("\n>>>>>>>>>>>>>>>>>> Region Input:%s\n", inFileName.c_str());
+    if (IsBinaryGridPath(inFileName))
+        std::printf(">>>> Read Binary File\n");
+    return ReportRead(failure, valueCount);
+}
+
+int Region::ReportRead(int failure, std::int64_t valueCount) {
+    if (failure) {
         const std::string& path = inFileName;
         switch (failure) {
         case kCannotOpen:

@@ -19,6 +19,7 @@ struct Picture {
     std::uint32_t ny = 0;
     std::vector<double> composed; // values made for the picture, when not a grid's own
     std::span<const double> values;
+    std::size_t stride = 1; // cell k is values[k * stride]
 };
 
 std::uint32_t CountOf(int n) { return n > 0 ? static_cast<std::uint32_t>(n) : 0u; }
@@ -60,9 +61,17 @@ std::optional<Picture> PictureOf(const Region& r, const std::string& component) 
         return p;
     }
     case WBH_R: {
-        // One face per picture; cells the pair grid does not hold stay 0.
-        Picture p = Zeros(r.nx, r.ny);
+        // One face per picture; cells the pair grid does not hold stay 0. A pair grid on
+        // the region's own points is drawn in place, one face of every pair.
         const int face = component == "N" ? 0 : component == "E" ? 1 : -1;
+        if (face >= 0 && r.nx > 0 && r.ny > 0 && r.pairGrid.HasShape(r.nx, r.ny))
+            return Picture{CountOf(r.nx),
+                           CountOf(r.ny),
+                           {},
+                           std::span<const double>(r.pairGrid.Data(), r.pairGrid.ValueCount())
+                               .subspan(static_cast<std::size_t>(face)),
+                           2};
+        Picture p = Zeros(r.nx, r.ny);
         if (face < 0)
             return p;
         const int columns = std::min(r.nx, r.pairGrid.Columns());
@@ -98,7 +107,8 @@ bool Region::WriteGeoTIFF(const std::string& dir, const std::string& colorTableF
         GeoTiff tiff;
         if (!tiff.initialize(colorTableFile))
             throw 1;
-        if (picture && !tiff.convertRaster(picture->nx, picture->ny, picture->values))
+        if (picture &&
+            !tiff.convertRaster(picture->nx, picture->ny, picture->values, picture->stride))
             throw 1;
 
         const std::string tag = typeTag.substr(0, 3) + component;

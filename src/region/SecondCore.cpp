@@ -11,9 +11,10 @@ namespace {
 
 // Jobs come in runs, one per buffer of a file a fraction of a millisecond apart. A thread
 // that sleeps between them is woken by the kernel, which on a virtual machine can take
-// longer than the job itself; so each side first watches the flag for about as long as a
-// job takes, and only then sleeps.
-constexpr auto kSpin = std::chrono::microseconds(2000);
+// longer than the job itself; so each side first watches the flag for about half as long
+// as a job takes, and only then sleeps. Not longer: on a machine busy with other work the
+// watching takes a core from someone, and a job the helper is late for is taken back.
+constexpr auto kSpin = std::chrono::microseconds(250);
 
 template <class Done> bool SpinUntil(const Done& done) {
     const auto until = std::chrono::steady_clock::now() + kSpin;
@@ -67,6 +68,16 @@ void SecondCore::Wait() {
     wake_.wait(lock, [this] { return !busy_; });
 }
 
+bool SecondCore::TakeBack() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // The helper moves the job out under the mutex as it begins it.
+    if (!busy_ || !job_)
+        return false;
+    job_ = nullptr;
+    busy_ = false;
+    return true;
+}
+
 void SecondCore::Loop() {
     for (;;) {
         (void)SpinUntil([this] { return busy_.load(std::memory_order_acquire) || quit_; });
@@ -76,6 +87,7 @@ void SecondCore::Loop() {
             {
                 // Gone before the caller can see the job done and end what it refers to.
                 const std::function<void()> job = std::move(job_);
+                job_ = nullptr; // begun: no longer to be taken back
                 lock.unlock();
                 job();
             }

@@ -24,6 +24,10 @@ class SecondCore {
     // `job` must not throw.
     void Start(std::function<void()> job);
     void Wait();
+    // Takes the job back if the helper has not begun it, and answers true: the caller then
+    // does it itself (or leaves it) and need not Wait. On a busy machine the helper may
+    // wait for a core far longer than the job takes, and the caller should not wait too.
+    [[nodiscard]] bool TakeBack();
 
   private:
     SecondCore();

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -335,7 +338,8 @@ inline BlockMasks ClassifyBlock(const char* block) { return Classify(block); }
 
 #if SEAFORGE_VECTOR_BLOCKS
 // The same scan built for processors with AVX2: 32 characters classified per instruction,
-// and each number parsed in one 16-byte register. Chosen at run time (UsesVectorBlocks).
+// and each number parsed in one 16-byte register. Chosen at run time where it is the faster
+// (BestScan).
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2,bmi,popcnt"))), apply_to = function)
 #else
@@ -433,6 +437,67 @@ std::size_t CountTokens(const char* begin, const char* end, bool vectorBlocks) {
     return portable::CountBlockTokens(begin, end);
 }
 
+// Grid text as users' files hold it: lines of ten depths and heights in metres with two
+// decimals, now and then a short value. The same bytes on every run.
+std::vector<char> SampleGridText(std::size_t bytes) {
+    std::vector<char> text;
+    text.reserve(bytes + 64 + kPadding);
+    std::uint32_t state = 12345;
+    const auto next = [&] {
+        state = state * 1664525u + 1013904223u;
+        return state >> 8;
+    };
+    while (text.size() < bytes) {
+        for (int k = 0; k < 10; ++k) {
+            char token[24];
+            const std::uint32_t r = next();
+            const int length =
+                r % 16 == 0 ? std::snprintf(token, sizeof token, "%u", r % 10)
+                            : std::snprintf(token, sizeof token, "%s%u.%02u", r % 5 == 0 ? "" : "-",
+                                            (r >> 4) % 6000, (r >> 17) % 100);
+            text.insert(text.end(), token, token + length);
+            text.push_back(k == 9 ? '\n' : ' ');
+        }
+    }
+    text.resize(text.size() + kPadding, '\0'); // readable, never read as text
+    return text;
+}
+
+TextGridReader::ScanChoice ChooseScan() {
+    TextGridReader::ScanChoice choice;
+    if (!TextGridReader::VectorBlocksAvailable())
+        return choice;
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point began = Clock::now();
+    // Small enough to stay in the first-level caches, as a reader's slice of a buffer
+    // mostly does, and to take well under a millisecond a pass.
+    constexpr std::size_t kSampleBytes = std::size_t{32} << 10;
+    const std::vector<char> text = SampleGridText(kSampleBytes);
+    const std::size_t length = text.size() - kPadding;
+    std::vector<double> values(length / 2 + 1);
+    TokenConverter convert;
+    const auto pass = [&](bool vector) {
+        SliceOut out{values.data(), values.data() + values.size()};
+        const Clock::time_point start = Clock::now();
+        (void)ReadBlocks(text.data(), text.data() + length, out, convert, vector);
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    };
+    // Turns, and the best pass of each: a pass the machine interrupted, or the first ones
+    // while the caches and the wide registers warm up, is not held against either build.
+    constexpr int kRounds = 8;
+    double best[2] = {1e300, 1e300};
+    for (int round = 0; round < kRounds; ++round)
+        for (const bool vector : {round % 2 == 0, round % 2 != 0})
+            best[vector] = std::min(best[vector], pass(vector));
+    choice.measured = true;
+    choice.vectorSeconds = best[1];
+    choice.portableSeconds = best[0];
+    choice.vector = best[1] <= best[0];
+    choice.sampleBytes = length;
+    choice.choosingSeconds = std::chrono::duration<double>(Clock::now() - began).count();
+    return choice;
+}
+
 } // namespace
 
 TextGridReader::TextGridReader(std::FILE* file, std::size_t bufferBytes, bool useSecondCore,
@@ -440,7 +505,14 @@ TextGridReader::TextGridReader(std::FILE* file, std::size_t bufferBytes, bool us
     : file_(file), capacity_(std::max(bufferBytes, 2 * kPieceChars + 2)),
       buffer_(std::make_unique<char[]>(capacity_ + kPadding)),
       second_(useSecondCore ? SecondCore::StartIfUseful() : nullptr),
-      vectorBlocks_(instructions == Instructions::kBest && VectorBlocksAvailable()) {}
+      vectorBlocks_(instructions == Instructions::kVector
+                        ? VectorBlocksAvailable()
+                        : instructions == Instructions::kBest && BestScan().vector) {}
+
+const TextGridReader::ScanChoice& TextGridReader::BestScan() {
+    static const ScanChoice choice = ChooseScan();
+    return choice;
+}
 
 bool TextGridReader::VectorBlocksAvailable() {
 #if SEAFORGE_VECTOR_BLOCKS
@@ -624,6 +696,20 @@ bool TextGridReader::ReadLinesSplit(const char* begin, const char* end, GridValu
     const bool earlierRead = ReadBlocks(begin, split, earlier, convert_, vectorBlocks_);
     const Extremes earlierExtremes =
         earlierRead ? ExtremesOf(values + base, earlier.count) : Extremes();
+    if (second_->TakeBack()) {
+        // The helper is still waiting for a core: the later lines are read here, straight
+        // after the earlier ones, and the next buffer is filled by Refill as usual.
+        if (!earlierRead)
+            return false;
+        SliceOut later{values + base + earlier.count, limit};
+        if (!ReadBlocks(split, end, later, convert_, vectorBlocks_))
+            return false;
+        out.valueCount += static_cast<std::int64_t>(earlier.count + later.count);
+        out.NoteExtremes(base, earlier.count, earlierExtremes);
+        out.NoteExtremes(base + earlier.count, later.count,
+                         ExtremesOf(values + base + earlier.count, later.count));
+        return true;
+    }
     second_->Wait();
     // Both sides meet the same token starts, so a side that read all its lines wrote
     // exactly its share and the earlier one stopped where the later one began.

@@ -25,12 +25,26 @@ class SecondCore;
 // - Tokens convert as strtod (reals) and atol (integers) convert them.
 //
 // Large files may be parsed by two threads, and runs of plain lines by the processor's
-// vector instructions where it has AVX2; the values are the same either way.
+// vector instructions where it has AVX2 and they are the faster there; the values are the
+// same either way.
 class TextGridReader {
   public:
-    // Which build of the line scan to use: the fastest this processor runs, or the one
-    // every processor runs (to compare the two).
-    enum class Instructions { kBest, kPortable };
+    // Which build of the line scan to use: the faster of the two on this processor, the
+    // one every processor runs, or the AVX2 one (the portable one where the processor
+    // lacks AVX2). The last two are there to compare the builds and to test both.
+    enum class Instructions { kBest, kPortable, kVector };
+
+    // How kBest chose. Vector instructions are not faster on every processor that has
+    // them, so both builds are timed once per process on a small generated block of grid
+    // text, taking turns, and the faster is kept.
+    struct ScanChoice {
+        bool vector = false;        // kBest runs the AVX2 build
+        bool measured = false;      // both builds were timed (the processor has AVX2)
+        double vectorSeconds = 0.0; // best pass of each build over the sample
+        double portableSeconds = 0.0;
+        double choosingSeconds = 0.0; // the whole choice: making the sample and timing
+        std::size_t sampleBytes = 0;
+    };
 
     // Longest piece of a line, in characters.
     static constexpr std::size_t kPieceChars = 8190;
@@ -54,8 +68,10 @@ class TextGridReader {
     // Every remaining line as alternating tokens: even positions (0, 2, ...) are reals,
     // odd positions integer identifiers; the position starts again at 0 on every line.
     void ReadValuePairs(GridValues& out);
-    // Whether Instructions::kBest means the vector build on this processor.
+    // Whether this processor runs the vector build at all.
     [[nodiscard]] static bool VectorBlocksAvailable();
+    // The choice of kBest, made on first use.
+    [[nodiscard]] static const ScanChoice& BestScan();
     // The helper thread, if any, for the caller's own work on the values.
     [[nodiscard]] SecondCore* Helper() const { return second_.get(); }
 

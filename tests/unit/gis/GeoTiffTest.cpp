@@ -98,6 +98,19 @@ TEST(GeoTiffConvert, RasterMatchesCellByCell) {
             ASSERT_TRUE(tiff.convertRaster(1, 1, std::vector<double>{values[k]}));
             ASSERT_EQ(whole[k], tiff.raster[0]) << table << " value " << values[k] << " at " << k;
         }
+        // A picture large enough to be classified in two halves, top row first.
+        const std::uint32_t nx = 1000, ny = 1100;
+        std::vector<double> large(static_cast<std::size_t>(nx) * ny);
+        for (std::size_t k = 0; k < large.size(); ++k)
+            large[k] = values[k % values.size()];
+        ASSERT_TRUE(tiff.convertRaster(nx, ny, large));
+        for (std::uint32_t r = 0; r < ny; ++r)
+            for (std::uint32_t i = 0; i < nx; ++i) {
+                const std::size_t k = static_cast<std::size_t>(ny - 1 - r) * nx + i;
+                ASSERT_EQ(tiff.raster[static_cast<std::size_t>(r) * nx + i],
+                          whole[k % values.size()])
+                    << table << " row " << r << " column " << i;
+            }
     }
 }
 

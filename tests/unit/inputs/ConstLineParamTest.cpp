@@ -3,6 +3,8 @@
 #include "region/RegionTestSupport.hpp"
 #include "support/TempDir.hpp"
 
+#include <cmath>
+
 namespace {
 
 const std::string kClass = "ERROR:CONSTLINEPARAM OBJECT METHOD";
@@ -108,6 +110,12 @@ TEST(ConstLineParam, ClassAndSunkCrestPerStructure) {
         EXPECT_EQ(two.sunk[0][0][k], 5.0) << k;
         EXPECT_EQ(two.sunk[0][0][1 - k], 4.0) << k;
     }
+    // A face without a structure is +0.0 whatever it held, -0.0 included.
+    Faces none(0);
+    none.sunk.Assign(1, 1, -0.0);
+    ASSERT_EQ(none.Sink(Structures()), "1||");
+    EXPECT_FALSE(std::signbit(none.sunk[0][0][0]));
+    EXPECT_FALSE(std::signbit(none.sunk[0][0][1]));
 }
 
 TEST(ConstLineParam, RateOutOfRangeAndMismatchedGrids) {

@@ -30,4 +30,16 @@ TEST(Grid2d, LargeGridsReadAsFilledAfterReuse) {
 
     Grid2d<double> copy = g;
     EXPECT_TRUE(std::signbit(copy[1][1]));
+
+    // The block of a grid just released is kept for the next one, values and all; a grid
+    // of zeros must still read as zeros.
+    Grid2d<double> released;
+    released.Assign(nx, ny, 3.0);
+    released.Release();
+    Grid2d<double> zeros;
+    zeros.Assign(nx, ny, 0.0);
+    for (int i = 0; i < nx; i += 97)
+        for (int j = 0; j < ny; j += 89)
+            ASSERT_EQ(zeros[i][j], 0.0) << i << " " << j;
+    EXPECT_EQ(zeros[nx - 1][ny - 1], 0.0);
 }

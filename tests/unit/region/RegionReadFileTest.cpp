@@ -45,6 +45,39 @@ TEST(RegionReadFile, TextSummaryAndCells) {
     EXPECT_EQ(t.region.fileGridSize, 0.0);
 }
 
+// Read quietly and reported after, a grid prints what ReadFile prints, nothing before the
+// report, and ends the same; a binary construction-line file is left to ReadFile.
+TEST(RegionReadFile, QuietReadThenReportIsReadFile) {
+    TempDir dir;
+    const std::string binary = Bytes().Header(1.5, 2.5, 2, 1, 1.0f).Put(3.0f).Put(4.0f).str();
+    const std::tuple<std::string, std::string, RType> cases[] = {
+        {"grid.txt", "2 2\n1 2\n-3.5 4 5 6\n", RCF_R},
+        {"grid.bin", binary, RCF_R},
+        {"short.txt", "2 2\n1 2\n3\n", TPG_R},
+        {"header.txt", "2\n", TPG_R},
+        {"missing.txt", "", TPG_R}};
+    for (const auto& [name, content, kind] : cases) {
+        const std::string path =
+            name == "missing.txt" ? dir.path().string() + "/missing.txt" : dir.Write(name, content);
+        Region once = RegionReading(kind, path);
+        const Printed expected = Capture([&] { return once.ReadFile(); });
+        Region quiet = RegionReading(kind, path);
+        std::int64_t count = 0;
+        int failure = 0;
+        const Printed reading = Capture([&] { return failure = quiet.ReadFileQuietly(count); });
+        EXPECT_EQ(reading.out + reading.err, "") << name;
+        ASSERT_GE(failure, 0) << name;
+        const Printed report = Capture([&] { return quiet.ReportQuietRead(failure, count); });
+        EXPECT_EQ(report.result, expected.result) << name;
+        EXPECT_EQ(report.out, expected.out) << name;
+        EXPECT_EQ(report.err, expected.err) << name;
+        EXPECT_EQ(quiet.grid.ValueCount(), once.grid.ValueCount()) << name;
+    }
+    Region lines = RegionReading(CLD_R, dir.Write("cld.bin", binary));
+    std::int64_t count = 0;
+    EXPECT_EQ(lines.ReadFileQuietly(count), -1);
+}
+
 // Kept, from TextGridReader's rules: what changes a grid's count. A line longer than a
 // piece (8190 characters) is read as pieces, each a line of its own, even where a number
 // straddles the cut; such lines once took time growing with the square of their length.

@@ -37,6 +37,11 @@ std::vector<double> ReferenceValues(const std::string& path) {
     return values;
 }
 
+// Each build of the scan by name, and the one chosen at start-up, which is one of them.
+constexpr TextGridReader::Instructions kEveryScan[] = {TextGridReader::Instructions::kPortable,
+                                                       TextGridReader::Instructions::kVector,
+                                                       TextGridReader::Instructions::kBest};
+
 GridValues ReadAll(const std::string& path, std::size_t bufferBytes, bool secondCore,
                    std::size_t room, TextGridReader::Instructions instructions) {
     FilePtr file(std::fopen(path.c_str(), "r"));
@@ -104,13 +109,13 @@ TEST(TextGridReader, ValuesAreTheCLibrarysOnEitherPath) {
         Extremes extremes;
         for (double v : expected)
             extremes.Add(v);
-        for (int run = 0; run < 4; ++run) {
+        for (int run = 0; run < 6; ++run) {
             const bool secondCore = run % 2 == 1;
-            const auto instructions = run < 2 ? TextGridReader::Instructions::kPortable
-                                              : TextGridReader::Instructions::kBest;
+            const auto instructions = kEveryScan[run / 2];
             const GridValues got = ReadAll(path, 20000, secondCore, 1000, instructions);
             const std::string what = "seed " + std::to_string(seed) +
-                                     (secondCore ? " two" : " one") + (run < 2 ? " portable" : "");
+                                     (secondCore ? " two" : " one") + " scan " +
+                                     std::to_string(run / 2);
             ASSERT_EQ(got.valueCount, static_cast<std::int64_t>(expected.size())) << what;
             ASSERT_EQ(got.values.size(), expected.size());
             EXPECT_EQ(std::memcmp(got.values.data(), expected.data(), 8 * expected.size()), 0)
@@ -144,11 +149,25 @@ TEST(TextGridReader, EveryDigitCountOnEitherPath) {
     TempDir dir;
     const std::string path = dir.Write("digits.txt", text);
     const std::vector<double> expected = ReferenceValues(path);
-    for (const auto instructions :
-         {TextGridReader::Instructions::kPortable, TextGridReader::Instructions::kBest}) {
+    for (const auto instructions : kEveryScan) {
         const GridValues got = ReadAll(path, 1 << 20, false, 1 << 20, instructions);
         ASSERT_EQ(got.valueCount, static_cast<std::int64_t>(expected.size()));
         EXPECT_EQ(std::memcmp(got.values.data(), expected.data(), 8 * expected.size()), 0);
+    }
+}
+
+// The choice is made once and only where there is one to make.
+TEST(TextGridReader, ScanChoiceIsMeasuredOnlyWhereThereAreTwoBuilds) {
+    const TextGridReader::ScanChoice& choice = TextGridReader::BestScan();
+    EXPECT_EQ(&choice, &TextGridReader::BestScan());
+    EXPECT_EQ(choice.measured, TextGridReader::VectorBlocksAvailable());
+    if (choice.measured) {
+        EXPECT_GT(choice.sampleBytes, 0u);
+        EXPECT_GT(choice.vectorSeconds, 0.0);
+        EXPECT_GT(choice.portableSeconds, 0.0);
+        EXPECT_EQ(choice.vector, choice.vectorSeconds <= choice.portableSeconds);
+    } else {
+        EXPECT_FALSE(choice.vector);
     }
 }
 
