@@ -49,6 +49,11 @@ void WriteInputs(const TempDir& dir, const Place& p) {
     std::snprintf(stations, sizeof stations, "# lon lat name\n%.4f %.4f Mouth\n", p.lon + 0.01,
                   p.lat);
     dir.Write("stations.txt", stations);
+    // Coastal points at sea along the coast, one in each of the three inner regions.
+    char points[200];
+    std::snprintf(points, sizeof points, "# lon lat name\n%.4f %.4f Bay\n%.4f %.4f Shelf\n%.4f %.4f Off\n",
+                  p.lon + 0.005, p.lat, p.lon + 0.03, p.lat + 0.02, p.lon + 0.1, p.lat - 0.1);
+    dir.Write("coast.txt", points);
 }
 
 NestOptions Options(const TempDir& dir, const Place& p, const std::string& out = "out") {
@@ -61,6 +66,7 @@ NestOptions Options(const TempDir& dir, const Place& p, const std::string& out =
     o.output = (dir.path() / out).string();
     o.fault = (dir.path() / "fault.txt").string();
     o.stations = (dir.path() / "stations.txt").string();
+    o.coastPoints = (dir.path() / "coast.txt").string();
     o.sources = {(dir.path() / "coarse.tif").string(), (dir.path() / "survey.tif").string()};
     o.quiet = true;
     return o;
@@ -130,6 +136,7 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
     const SeaforgeRun run = RunSeaforge(out, {"Coast.xml"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("FileName:stations"), std::string::npos) << "the project names the list";
+    EXPECT_NE(run.out.find("FileName:coast"), std::string::npos) << "and the coastal points";
     // The station is fitted into the finest region, in Japan through a list in its plane
     // system.
     const std::string best = Slurp(out / "Coast" / "Calc" / "Dump1d_BEST.txt");
