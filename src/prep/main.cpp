@@ -296,6 +296,9 @@ holds the area with 10 cells to spare; each region splits its base's cells by --
 --margin base cells inside it; edges kept off steep ground; the outer region holds the fault
 and reaches deep water; in Japan the finer regions in the JGD2000 plane system of the site,
 elsewhere all in EPSG 4326), writes FOLDER/Plan.json, then builds it as `build` does.
+The source options are grid's, for every source or for source N, and are kept for each
+source in the plan; the planner reads the sources as the grids will (a source grid refuses,
+nest refuses in grid's words). --plan-only also gives the run's estimated peak memory.
 Exit status: the check's (0, or 2 with warnings, also when a rule gave way), 1 on an error.
 
 Example:

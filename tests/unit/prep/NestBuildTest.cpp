@@ -388,10 +388,25 @@ TEST(NestBuild, CommandLinePlanOnly) {
     const SeaforgeRun run = RunProgram(
         SEAFORGE_PREP_BINARY, dir.path(),
         {"nest", "--site", "-155.05", "19.72", "--radius", "1km", "--finest", "30", "--levels",
-         "4", "--fault", "fault.txt", "-o", "Hilo", "--plan-only", "coarse.tif", "survey.tif"});
+         "4", "--fault", "fault.txt", "-o", "Hilo", "--plan-only", "coarse.tif", "survey.tif",
+         "--source-srs", "4326", "--nodata-source", "2", "nan", "--z-scale-source", "1", "1",
+         "--keep-markers"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("TimeIncrement"), std::string::npos) << run.out;
-    EXPECT_EQ(ReadPlan((dir.path() / "Hilo" / kPlanName).string()).name, "Hilo");
+    const Plan plan = ReadPlan((dir.path() / "Hilo" / kPlanName).string());
+    EXPECT_EQ(plan.name, "Hilo");
+    const std::vector<PlanSource>& sources = plan.regions[0].sources;
+    EXPECT_TRUE(sources[0].srs == "4326" && sources[1].srs == "4326");
+    EXPECT_TRUE(!sources[0].noData && sources[1].noData && std::isnan(*sources[1].noData));
+    EXPECT_TRUE(sources[0].zScale == 1.0 && !sources[1].zScale);
+    EXPECT_TRUE(sources[0].keepMarkers && sources[1].keepMarkers);
+    const SeaforgeRun mistyped = RunProgram(
+        SEAFORGE_PREP_BINARY, dir.path(),
+        {"nest", "--site", "-155.05", "19.72", "--finest", "30", "-o", "x", "--nodata-source",
+         "1", "-99x", "coarse.tif"});
+    EXPECT_EQ(mistyped.status, 1);
+    EXPECT_EQ(mistyped.err, "seaforge-prep: --nodata-source 1 -99x: give the source's number (1 "
+                            "= the first) and a number\n");
     const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(),
                                        {"nest", "--site", "-155.05", "19.72", "--finest", "30",
                                         "--radius", "3 miles", "-o", "x", "coarse.tif"});
