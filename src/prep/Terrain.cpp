@@ -180,14 +180,13 @@ RasterTerrain::RasterTerrain(const WarpSource& source, int position, double most
                              const std::optional<Bounds>& window) {
     const std::string& path = source.path;
     double cells = 0;
-    Bounds w{};
     {
         CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
         const OpenedSource opened = OpenSource(source);
         cells = double(opened.ds->GetRasterXSize()) * opened.ds->GetRasterYSize();
     }
     const SourceFootprint f = DescribeSource(source);
-    w = f.lonLat;
+    Bounds w = f.lonLat;
     if (window) {
         w = {std::max((*window)[0], w[0]), std::max((*window)[1], w[1]),
              std::min((*window)[2], w[2]), std::min((*window)[3], w[3])};
@@ -351,12 +350,13 @@ double BlockTerrain::Cell(std::int64_t i, std::int64_t j) const {
             std::fill(cells.begin(), cells.end(), std::numeric_limits<float>::quiet_NaN());
         for (std::size_t c = 0; c < cells.size(); ++c) {
             float& v = cells[c];
-            if (!std::isfinite(v) || (hasNoData_ && v == static_cast<float>(noData_)))
+            if (std::isnan(v) || (hasNoData_ && v == static_cast<float>(noData_)))
                 v = std::numeric_limits<float>::quiet_NaN();
             else if (!hasNoData_ && !source_.keepMarkers && IsMarker(v))
                 RefuseMarker(x0 + static_cast<int>(c % w), y0 + static_cast<int>(c / w));
             else
-                v = static_cast<float>(v * factor_);
+                v = std::isfinite(v) ? static_cast<float>(v * factor_)
+                                     : std::numeric_limits<float>::quiet_NaN();
         }
         found = blocks_.emplace(key, std::move(cells)).first;
     }
@@ -365,14 +365,15 @@ double BlockTerrain::Cell(std::int64_t i, std::int64_t j) const {
 }
 
 void BlockTerrain::RefuseMarker(std::int64_t i, std::int64_t j) const {
-    // The grid command refuses it where its grid reads it; a few cells around it make it
-    // say so in its own words.
+    // The grid command refuses it where its grid reads it; a patch of cells around it
+    // (wide enough for a shift between geographic datums) makes it say so in its own words.
+    constexpr int kHalf = 16;
     GridGeometry grid;
     grid.spacing = transform_[1];
-    grid.nx = 3;
-    grid.ny = 3;
-    grid.orgX = transform_[0] + (static_cast<double>(i) - 0.5) * transform_[1];
-    grid.orgY = transform_[3] + (static_cast<double>(j) + 0.5) * transform_[5] - transform_[1];
+    grid.nx = 2 * kHalf + 1;
+    grid.ny = 2 * kHalf + 1;
+    grid.orgX = transform_[0] + (static_cast<double>(i) + 0.5 - kHalf) * transform_[1];
+    grid.orgY = transform_[3] + (static_cast<double>(j) + 0.5) * transform_[5] - kHalf * transform_[1];
     Grid2d<double> cells;
     (void)WarpAsGrid(grid, source_, position_, "near", cells);
     throw PrepError(source_.path + ": holds a nodata marker but has no nodata tag; name it "
