@@ -38,6 +38,7 @@ struct Target {
     const PlanRegion* region = nullptr;
     GridGeometry grid;
     std::vector<std::string> sources; // absolute paths
+    std::vector<WarpSource> warp;     // the same, with the options the plan gives them
     std::string inputs;               // what its grid is made from, as one text
     std::string hash;
 };
@@ -65,11 +66,14 @@ std::string SourceInputs(const std::string& path, const PlanSource& s) {
     if (stat(path.c_str(), &info) != 0)
         throw PrepError("the plan names the elevation source " + s.path + ", which is missing (" +
                         path + ")");
-    std::string text = StringPrintf("%s|%lld|%lld.%09ld|%d|%s", path.c_str(),
-                                    static_cast<long long>(info.st_size),
-                                    static_cast<long long>(info.st_mtim.tv_sec),
-                                    info.st_mtim.tv_nsec, s.depthPositive ? 1 : 0,
-                                    s.resampling.c_str());
+    const auto optional = [](const std::optional<double>& v) {
+        return v ? StringPrintf("%.17g", *v) : std::string("-");
+    };
+    std::string text = StringPrintf(
+        "%s|%lld|%lld.%09ld|%d|%s|%s|%s|%s|%d", path.c_str(),
+        static_cast<long long>(info.st_size), static_cast<long long>(info.st_mtim.tv_sec),
+        info.st_mtim.tv_nsec, s.depthPositive ? 1 : 0, s.resampling.c_str(), s.srs.c_str(),
+        optional(s.noData).c_str(), optional(s.zScale).c_str(), s.keepMarkers ? 1 : 0);
     for (const auto& [key, value] : s.pending)
         text += "|" + key + "=" + value;
     return text;
@@ -142,7 +146,11 @@ std::vector<Target> Resolve(const Plan& plan, const fs::path& dir) {
             if (!s.resampling.empty() && s.resampling != r.sources.front().resampling)
                 throw PrepError(label + ": the grid command takes one resampling method for "
                                         "all of a region's sources");
+            if (s.keepMarkers != r.sources.front().keepMarkers)
+                throw PrepError(label + ": the grid command takes --keep-markers for all of a "
+                                        "region's sources or none");
             t.sources.push_back(Resolve(dir, s.path));
+            t.warp.push_back(AsWarpSource(s, t.sources.back()));
             t.inputs += SourceInputs(t.sources.back(), s) + ";";
         }
         t.hash = Digest(t.inputs + (base != nullptr ? base->hash : std::string()));
@@ -342,17 +350,13 @@ int Build(const BuildOptions& o) {
         throw PrepError(o.plan + ": the run needs a fault model: give it as \"fault\" (nest "
                                  "--fault FILE)");
     const std::vector<Target> targets = Resolve(plan, dir);
-    for (const Target& t : targets)
-        for (const std::string& source : t.sources)
-            (void)DescribeSource(source); // a bad source is named before any grid is made
+    // A bad source is named before any grid is made.
     std::vector<WarpSource> all;
     for (const Target& t : targets)
-        for (const std::string& source : t.sources) {
-            WarpSource w;
-            w.path = source;
-            all.push_back(w);
-        }
+        all.insert(all.end(), t.warp.begin(), t.warp.end());
     CheckSources(all);
+    for (const WarpSource& source : all)
+        (void)DescribeSource(source);
 
     const fs::path recordPath = dir / kBuildRecordName;
     std::map<int, std::string> record = ReadRecord(recordPath);
@@ -369,9 +373,19 @@ int Build(const BuildOptions& o) {
         grid.origin = std::array<double, 2>{t.grid.orgX, t.grid.orgY};
         grid.size = std::array<int, 2>{t.grid.nx, t.grid.ny};
         grid.sources = t.sources;
-        for (std::size_t k = 0; k < r.sources.size(); ++k)
-            if (r.sources[k].depthPositive)
-                grid.depthPositiveSources.push_back(static_cast<int>(k + 1));
+        for (std::size_t k = 0; k < t.warp.size(); ++k) {
+            const WarpSource& w = t.warp[k];
+            const int n = static_cast<int>(k + 1);
+            if (w.depthPositive)
+                grid.depthPositiveSources.push_back(n);
+            if (!w.srs.empty())
+                grid.sourceSrsFor.emplace_back(n, w.srs);
+            if (w.noData)
+                grid.sourceNoDataFor.emplace_back(n, *w.noData);
+            if (w.zScale)
+                grid.zScaleFor.emplace_back(n, *w.zScale);
+        }
+        grid.keepMarkers = t.warp.front().keepMarkers;
         grid.resampling = r.sources.front().resampling;
         grid.quiet = true;
         if (RunGrid(grid) != 0)
@@ -459,27 +473,29 @@ int Build(const BuildOptions& o) {
     WriteProjectFile((dir / projectName).string(), plan, settings);
 
     int status = 0;
+    std::string findings; // the check's summary, for the table's last lines
     {
         const InFolder here(dir);
-        CheckOptions check;
-        check.project = projectName;
-        check.cflLimit = plan.cfl;
-        status = IntoFile("Check.txt", [&] { return RunCheck(check); });
-        if (o.json) {
-            check.json = true;
-            (void)IntoFile("Check.json", [&] { return RunCheck(check); }); // the same findings
+        {
+            // Its grids are let go before the overview reads them again.
+            CheckOptions check;
+            check.project = projectName;
+            check.cflLimit = plan.cfl;
+            SetMapProjectionNotices(false);
+            const Report report = CheckProject(check);
+            status = IntoFile("Check.txt", [&] { return PrintCheck(report, false); });
+            if (o.json)
+                (void)IntoFile("Check.json", [&] { return PrintCheck(report, true); });
+            // The table's boundary jumps are the check's own measures.
+            for (ChainRow& row : rows)
+                for (const RegionReport& r : report.regions)
+                    if (r.record.RegionNo == row.number && r.jumpMax)
+                        row.edgeJump = *r.jumpMax;
+            findings = EstimateLine(report) + "\n";
+            for (const Finding& f : report.findings)
+                findings += FindingLine(f) + "\n";
+            findings += CountLine(report) + "\n";
         }
-        // The report's notes give the table the jump check measured along each boundary.
-        std::ifstream report("Check.txt");
-        std::string line;
-        while (std::getline(report, line))
-            for (ChainRow& row : rows) {
-                const std::string head =
-                    StringPrintf("region %d (%s) in its base: boundary depths differ by at most ",
-                                 row.number, row.name.c_str());
-                if (line.rfind(head, 0) == 0)
-                    row.edgeJump = std::strtod(line.c_str() + head.size(), nullptr);
-            }
         OverviewOptions overview;
         overview.project = projectName;
         overview.output = "Overview.png";
@@ -493,13 +509,6 @@ int Build(const BuildOptions& o) {
         std::printf("TimeIncrement %s s, TimeNestingCFLLimit %s; %d of %zu grids built\n",
                     ShortestDecimal(timeIncrement).c_str(), ShortestDecimal(plan.cfl).c_str(),
                     built, targets.size());
-        std::ifstream report(dir / "Check.txt");
-        std::string line;
-        std::string findings;
-        while (std::getline(report, line))
-            if (line.rfind("error", 0) == 0 || line.rfind("warning", 0) == 0 ||
-                line.rfind("Estimated run", 0) == 0 || line.find(" errors, ") != std::string::npos)
-                findings += line + "\n";
         std::printf("Wrote %s, Check.txt, Overview.png and Overview.gpkg in %s\ncheck: %s",
                     projectName.c_str(),
                     fs::path(o.plan).parent_path().empty()

@@ -465,19 +465,15 @@ void CheckPointLists(Report& report, const std::vector<XML_STATION>& lists, bool
 // The run's memory and output, from the grids it makes: every topography lives to the end,
 // one region's other grids at a time; the output is the binary grids and pictures it writes.
 void Estimate(Report& report, const QuorXmlParameter& project) {
-    double topographies = 0;
-    double largestRegion = 0;
     double output = 0;
+    std::vector<RunRegionSize> sizes;
     const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
     for (const RegionReport& r : report.regions) {
         if (!r.topography)
             continue;
         const double cells = static_cast<double>(r.topography->nx) * r.topography->ny;
         const bool lines = !r.record.ConstructionLineData.FileName.empty();
-        topographies += 8 * cells;
-        // Roughness and land map (8 bytes a cell each), the structure maps (8 each, as pairs
-        // of int32), with construction lines their values and heights (16 each).
-        largestRegion = std::max(largestRegion, cells * (8 + 8 + 16 + 1 + (lines ? 48 : 0)));
+        sizes.push_back({cells, lines});
         const double bin = 28 + 4 * cells;
         output += r.record.RoughnessCoefficient.FileName.empty() ? bin : 0;
         output += r.record.LandMap.FileName.empty() ? bin : 0;
@@ -487,7 +483,7 @@ void Estimate(Report& report, const QuorXmlParameter& project) {
                           (pictures.WaveHeightColorTable.empty() ? 0 : (lines ? 4 : 2));
         output += drawn * cells; // one byte a cell before compression
     }
-    report.peakBytes = topographies + largestRegion + 64.0 * 1024 * 1024;
+    report.peakBytes = EstimatedPeakBytes(sizes);
     report.outputBytes = output;
 }
 
@@ -502,7 +498,9 @@ void ReportSideFile(Report& report, int cause, const char* what, const std::stri
                        RunStops(code));
 }
 
-Report BuildReport(const CheckOptions& o) {
+} // namespace
+
+Report CheckProject(const CheckOptions& o) {
     Report report;
     report.project = o.project;
     QuorXmlParameter project("");
@@ -700,6 +698,8 @@ Report BuildReport(const CheckOptions& o) {
     return report;
 }
 
+namespace {
+
 std::string LevelName(Level level) { return level == Level::Error ? "error" : "warning"; }
 
 void PrintText(const Report& report) {
@@ -750,17 +750,11 @@ void PrintText(const Report& report) {
         }
         std::printf("\n");
     }
-    std::printf("\nEstimated run: peak memory about %.0f MiB, output at most %.1f MiB\n",
-                report.peakBytes / 1048576.0, report.outputBytes / 1048576.0);
+    std::printf("\n%s\n", EstimateLine(report).c_str());
     std::printf("\n");
-    int errors = 0;
-    int warnings = 0;
-    for (const Finding& f : report.findings) {
-        std::printf("%-8s %s\n", LevelName(f.level).c_str(), f.message.c_str());
-        (f.level == Level::Error ? errors : warnings) += 1;
-    }
-    std::printf("%s%d error%s, %d warning%s\n", report.findings.empty() ? "" : "\n", errors,
-                errors == 1 ? "" : "s", warnings, warnings == 1 ? "" : "s");
+    for (const Finding& f : report.findings)
+        std::printf("%s\n", FindingLine(f).c_str());
+    std::printf("%s%s\n", report.findings.empty() ? "" : "\n", CountLine(report).c_str());
 }
 
 void PrintJson(const Report& report) {
@@ -814,13 +808,50 @@ void PrintJson(const Report& report) {
 
 } // namespace
 
-int RunCheck(const CheckOptions& options) {
-    SetMapProjectionNotices(false);
-    const Report report = BuildReport(options);
-    if (options.json)
+double EstimatedPeakBytes(const std::vector<RunRegionSize>& regions) {
+    double topographies = 0;
+    double largestRegion = 0;
+    for (const RunRegionSize& r : regions) {
+        topographies += 8 * r.cells;
+        // Roughness and land map (8 bytes a cell each), the structure maps (8 each, as pairs
+        // of int32), with construction lines their values and heights (16 each).
+        largestRegion =
+            std::max(largestRegion, r.cells * (8 + 8 + 16 + 1 + (r.constructionLines ? 48 : 0)));
+    }
+    return topographies + largestRegion + 64.0 * 1024 * 1024;
+}
+
+std::string PeakMemoryText(double bytes) {
+    return StringPrintf("peak memory about %.0f MiB", bytes / 1048576.0);
+}
+
+std::string EstimateLine(const Report& report) {
+    return "Estimated run: " + PeakMemoryText(report.peakBytes) +
+           StringPrintf(", output at most %.1f MiB", report.outputBytes / 1048576.0);
+}
+
+std::string FindingLine(const Finding& f) {
+    return StringPrintf("%-8s %s", LevelName(f.level).c_str(), f.message.c_str());
+}
+
+std::string CountLine(const Report& report) {
+    int errors = 0;
+    int warnings = 0;
+    for (const Finding& f : report.findings)
+        (f.level == Level::Error ? errors : warnings) += 1;
+    return StringPrintf("%d error%s, %d warning%s", errors, errors == 1 ? "" : "s", warnings,
+                        warnings == 1 ? "" : "s");
+}
+
+int PrintCheck(const Report& report, bool json) {
+    if (json)
         PrintJson(report);
     else
         PrintText(report);
+    return CheckStatus(report);
+}
+
+int CheckStatus(const Report& report) {
     bool warning = false;
     for (const Finding& f : report.findings) {
         if (f.level == Level::Error)
@@ -828,4 +859,9 @@ int RunCheck(const CheckOptions& options) {
         warning = true;
     }
     return warning ? 2 : 0;
+}
+
+int RunCheck(const CheckOptions& options) {
+    SetMapProjectionNotices(false);
+    return PrintCheck(CheckProject(options), options.json);
 }

@@ -2,6 +2,7 @@
 
 #include "prep/BuildCommand.hpp"
 #include "prep/ChainDesign.hpp"
+#include "prep/CheckCommand.hpp"
 #include "prep/Plan.hpp"
 #include "prep/PrepError.hpp"
 #include "prep/Terrain.hpp"
@@ -120,6 +121,41 @@ std::vector<std::pair<std::string, Bounds>> FaultOutlines(const std::string& pat
     return outlines;
 }
 
+// The sources with what the options say of each, as the grid command lays its options
+// over them: an option for source N wins over the one for every source.
+std::vector<WarpSource> Sources(const NestOptions& o) {
+    std::vector<WarpSource> sources;
+    for (const std::string& path : o.sources) {
+        WarpSource w;
+        w.path = path;
+        w.depthPositive = o.depthPositive;
+        w.srs = o.sourceSrs;
+        w.noData = o.sourceNoData;
+        w.zScale = o.zScale;
+        w.keepMarkers = o.keepMarkers;
+        sources.push_back(w);
+    }
+    const auto at = [&](const char* option, int k) -> WarpSource& {
+        if (k < 1 || static_cast<std::size_t>(k) > sources.size())
+            throw PrepError(StringPrintf("%s %d: there are %zu sources", option, k,
+                                         sources.size()));
+        return sources[static_cast<std::size_t>(k - 1)];
+    };
+    for (int k : o.depthPositiveSources)
+        at("--depth-positive-source", k).depthPositive = true;
+    for (const auto& [k, srs] : o.sourceSrsFor)
+        at("--srs-source", k).srs = srs;
+    for (const auto& [k, value] : o.sourceNoDataFor)
+        at("--nodata-source", k).noData = value;
+    for (const auto& [k, factor] : o.zScaleFor)
+        at("--z-scale-source", k).zScale = factor;
+    for (const WarpSource& w : sources)
+        if (w.zScale && (!std::isfinite(*w.zScale) || *w.zScale == 0))
+            throw PrepError(StringPrintf("--z-scale takes a finite factor other than 0, not %g",
+                                         *w.zScale));
+    return sources;
+}
+
 int Nest(const NestOptions& o) {
     if (o.output.empty())
         throw PrepError("give the output folder with -o");
@@ -141,10 +177,7 @@ int Nest(const NestOptions& o) {
                         "negative, and --max-cells and --total-time must be positive");
     if (!o.resampling.empty() && !IsResamplingName(o.resampling))
         throw PrepError("unknown resampling method \"" + o.resampling + "\"");
-    for (int k : o.depthPositiveSources)
-        if (k < 1 || k > static_cast<int>(o.sources.size()))
-            throw PrepError(StringPrintf("--depth-positive-source %d: there are %zu sources", k,
-                                         o.sources.size()));
+    const std::vector<WarpSource> sources = Sources(o);
     const fs::path dir = fs::absolute(o.output).lexically_normal();
     const std::string name =
         !o.name.empty() ? o.name
@@ -175,8 +208,10 @@ int Nest(const NestOptions& o) {
     // The coarsest source tells the lie of the land; the site must lie in some source.
     double coarsestMetres = 0;
     bool covered = false;
-    for (std::size_t k = 0; k < o.sources.size(); ++k) {
-        const SourceFootprint f = DescribeSource(o.sources[k]);
+    // What the grid command would refuse in a source is refused before any planning.
+    CheckSources(sources);
+    for (std::size_t k = 0; k < sources.size(); ++k) {
+        const SourceFootprint f = DescribeSource(sources[k]);
         covered = covered || (rules.siteLon >= f.lonLat[0] && rules.siteLon <= f.lonLat[2] &&
                               rules.siteLat >= f.lonLat[1] && rules.siteLat <= f.lonLat[3]);
         coarsestMetres = std::max(coarsestMetres, f.cellMetres);
@@ -184,11 +219,6 @@ int Nest(const NestOptions& o) {
     if (!covered)
         throw PrepError(StringPrintf("the site %.6g %.6g lies outside every source", rules.siteLon,
                                      rules.siteLat));
-    const auto depthPositive = [&](std::size_t k) {
-        return o.depthPositive ||
-               std::find(o.depthPositiveSources.begin(), o.depthPositiveSources.end(),
-                         static_cast<int>(k + 1)) != o.depthPositiveSources.end();
-    };
     // The sources stacked as the grid command stacks them, each read only where the
     // planner looks (or, in a plane system, whole but coarsened and at its own resolution
     // around the site, where the finer regions' edges are judged): reading every cell of a
@@ -202,7 +232,7 @@ int Nest(const NestOptions& o) {
     CPLSetConfigOption("GDAL_CACHEMAX", "64");
     std::vector<std::unique_ptr<Terrain>> layers;
     for (std::size_t k = 0; k < o.sources.size(); ++k)
-        layers.push_back(OpenTerrain(o.sources[k], depthPositive(k), window));
+        layers.push_back(OpenTerrain(sources[k], static_cast<int>(k + 1), window));
     const LayeredTerrain terrain(std::move(layers));
     rules.finest = o.finest;
     rules.ratio = o.ratio;
@@ -251,10 +281,15 @@ int Nest(const NestOptions& o) {
                  (static_cast<double>(static_cast<float>(row.spacing)) == row.spacing ? ".bin"
                                                                                       : ".txt");
         for (std::size_t k = 0; k < o.sources.size(); ++k) {
+            const WarpSource& w = sources[k];
             PlanSource s;
             s.path = RelativeTo(dir, o.sources[k]);
-            s.depthPositive = depthPositive(k);
+            s.depthPositive = w.depthPositive;
             s.resampling = o.resampling;
+            s.srs = w.srs;
+            s.noData = w.noData;
+            s.zScale = w.zScale;
+            s.keepMarkers = w.keepMarkers;
             r.sources.push_back(s);
         }
         plan.regions.push_back(r);
@@ -281,10 +316,16 @@ int Nest(const NestOptions& o) {
     if (o.planOnly) {
         if (!o.quiet) {
             std::printf("%s", ChainTable(design.rows).c_str());
+            // The check's estimate, from the grids' sizes alone: the plan has no
+            // construction lines.
+            std::vector<RunRegionSize> sizes;
+            for (const ChainRow& row : design.rows)
+                sizes.push_back({static_cast<double>(row.grid.nx) * row.grid.ny, false});
             std::printf("TimeIncrement %s s (from the coarsest source; build works it out from "
-                        "the grids), TimeNestingCFLLimit %s\nWrote %s\n",
+                        "the grids), TimeNestingCFLLimit %s\nEstimated run: %s\nWrote %s\n",
                         ShortestDecimal(design.timeIncrement).c_str(),
-                        ShortestDecimal(o.cfl).c_str(), planPath.c_str());
+                        ShortestDecimal(o.cfl).c_str(),
+                        PeakMemoryText(EstimatedPeakBytes(sizes)).c_str(), planPath.c_str());
         }
         return own;
     }

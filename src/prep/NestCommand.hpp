@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // `seaforge-prep nest`: the nested chain for a place, designed from the elevation data,
@@ -30,6 +31,15 @@ struct NestOptions {
     std::vector<std::string> sources; // later ones win where they hold valid data
     bool depthPositive = false;       // every source holds depths, positive down
     std::vector<int> depthPositiveSources; // 1-based
+    // The grid command's source options, for every source and for source N (1-based),
+    // which wins over the former; recorded in the plan for each source.
+    std::string sourceSrs;
+    std::vector<std::pair<int, std::string>> sourceSrsFor;
+    std::optional<double> sourceNoData; // NaN allowed
+    std::vector<std::pair<int, double>> sourceNoDataFor;
+    std::optional<double> zScale;
+    std::vector<std::pair<int, double>> zScaleFor;
+    bool keepMarkers = false;
     std::string resampling;
     bool planOnly = false;
     bool force = false; // replace a folder that holds another project

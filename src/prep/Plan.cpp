@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <set>
 
 namespace {
@@ -19,7 +20,8 @@ using Json = nlohmann::ordered_json;
 
 // The keys the plan's reader knows; others in a source are kept for later, anywhere else
 // they are a mistake worth naming.
-const std::set<std::string> kSourceKeys = {"path", "depth_positive", "resampling"};
+const std::set<std::string> kSourceKeys = {"path",   "depth_positive", "resampling", "source_srs",
+                                           "nodata", "z_scale",        "keep_markers"};
 
 Json BoundsJson(const Bounds& b) { return Json::array({b[0], b[1], b[2], b[3]}); }
 
@@ -96,6 +98,24 @@ PlanSource ReadSource(const Reader& in, const Json& value, const std::string& wh
         s.depthPositive = value.at("depth_positive").get<bool>();
     }
     s.resampling = in.OptionalText(value, "resampling", where);
+    s.srs = in.OptionalText(value, "source_srs", where);
+    if (value.contains("nodata")) {
+        const Json& v = value.at("nodata");
+        if (v.is_string() && (v == "nan" || v == "NaN"))
+            s.noData = std::numeric_limits<double>::quiet_NaN();
+        else
+            s.noData = in.Number(v, where + ".nodata (a number or \"nan\")");
+    }
+    if (value.contains("z_scale")) {
+        s.zScale = in.Number(value.at("z_scale"), where + ".z_scale");
+        if (*s.zScale == 0)
+            in.Fail(where + ".z_scale", "a factor other than 0 is expected");
+    }
+    if (value.contains("keep_markers")) {
+        if (!value.at("keep_markers").is_boolean())
+            in.Fail(where + ".keep_markers", "true or false is expected");
+        s.keepMarkers = value.at("keep_markers").get<bool>();
+    }
     for (const auto& [key, v] : value.items())
         if (kSourceKeys.count(key) == 0)
             s.pending.emplace_back(key, v.dump());
@@ -105,19 +125,39 @@ PlanSource ReadSource(const Reader& in, const Json& value, const std::string& wh
 }
 
 Json SourceJson(const PlanSource& s) {
-    if (!s.depthPositive && s.resampling.empty() && s.pending.empty())
+    if (!s.depthPositive && s.resampling.empty() && s.srs.empty() && !s.noData && !s.zScale &&
+        !s.keepMarkers && s.pending.empty())
         return s.path;
     Json out = {{"path", s.path}};
     if (s.depthPositive)
         out["depth_positive"] = true;
     if (!s.resampling.empty())
         out["resampling"] = s.resampling;
+    if (!s.srs.empty())
+        out["source_srs"] = s.srs;
+    if (s.noData)
+        out["nodata"] = std::isnan(*s.noData) ? Json("nan") : Json(*s.noData);
+    if (s.zScale)
+        out["z_scale"] = *s.zScale;
+    if (s.keepMarkers)
+        out["keep_markers"] = true;
     for (const auto& [key, text] : s.pending)
         out[key] = Json::parse(text);
     return out;
 }
 
 } // namespace
+
+WarpSource AsWarpSource(const PlanSource& s, const std::string& path) {
+    WarpSource w;
+    w.path = path;
+    w.depthPositive = s.depthPositive;
+    w.srs = s.srs;
+    w.noData = s.noData;
+    w.zScale = s.zScale;
+    w.keepMarkers = s.keepMarkers;
+    return w;
+}
 
 std::string ShortestDecimal(double value) {
     for (int decimals = 0; decimals <= 20; ++decimals) {

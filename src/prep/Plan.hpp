@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prep/Placement.hpp"
+#include "prep/Warp.hpp"
 
 #include <optional>
 #include <string>
@@ -16,10 +17,18 @@ struct PlanSource {
     std::string path;
     bool depthPositive = false; // values are depths, positive down
     std::string resampling;     // a gdalwarp method; empty: the grid command's own choice
+    // What the grid command's source options say, over what the file says (see WarpSource).
+    std::string srs;              // "source_srs"
+    std::optional<double> noData; // "nodata"; NaN is written "nan"
+    std::optional<double> zScale; // "z_scale"
+    bool keepMarkers = false;     // "keep_markers"
     // Further per-source keys as the plan holds them (key, JSON text): kept when the plan
     // is rewritten, and refused by `build` until the grid command takes them.
     std::vector<std::pair<std::string, std::string>> pending;
 };
+
+// The source as the grid command takes it, at `path` (the plan's path resolved).
+[[nodiscard]] WarpSource AsWarpSource(const PlanSource& source, const std::string& path);
 
 struct PlanRegion {
     int number = 0; // RegionNo

@@ -1,6 +1,7 @@
 #include "prep/Terrain.hpp"
 
 #include "prep/PrepError.hpp"
+#include "prep/Warp.hpp"
 #include "project/Console.hpp"
 
 #include <cpl_error.h>
@@ -10,6 +11,7 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -24,30 +26,116 @@ struct TransformDeleter {
     }
 };
 
-GDALDatasetUniquePtr OpenSource(const std::string& path) {
+// Metres per unit of the units sources come in besides metres, as the grid command
+// reads them.
+struct UnitFactor {
+    const char* name; // lower case
+    double metres;
+};
+constexpr double kUsSurveyFoot = 1200.0 / 3937.0;
+constexpr UnitFactor kUnits[] = {
+    {"ft", 0.3048},          {"foot", 0.3048},           {"feet", 0.3048},
+    {"international foot", 0.3048}, {"international feet", 0.3048},
+    {"us survey foot", kUsSurveyFoot}, {"us survey feet", kUsSurveyFoot},
+    {"us_survey_foot", kUsSurveyFoot}, {"ftus", kUsSurveyFoot}, {"us-ft", kUsSurveyFoot},
+    {"us_ft", kUsSurveyFoot}, {"survey foot", kUsSurveyFoot}, {"foot_us", kUsSurveyFoot},
+};
+
+// A source with what the user says about it laid over what its file says, as the grid
+// command lays them: its system, its nodata, and the factor that turns its values into
+// elevations in metres (unit, --z-scale, depths by option or by CF's positive = "down").
+// The grid command's sources are checked first (CheckSources), so the messages here are
+// only for what slips past that.
+struct OpenedSource {
+    GDALDatasetUniquePtr ds;
+    OGRSpatialReference srs; // traditional axis order
+    bool hasNoData = false;
+    double noData = 0;
+    double factor = 1;
+};
+
+OpenedSource OpenSource(const WarpSource& source) {
+    const std::string& path = source.path;
     GDALAllRegister();
-    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    if (!ds)
+    OpenedSource s;
+    s.ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    if (!s.ds || s.ds->GetRasterCount() < 1)
         throw PrepError("cannot open the elevation source " + path + " as a raster");
     double t[6];
-    if (ds->GetGeoTransform(t) != CE_None || ds->GetSpatialRef() == nullptr)
-        throw PrepError("the elevation source " + path +
-                        " has no georeference or no coordinate system");
-    return ds;
+    if (s.ds->GetGeoTransform(t) != CE_None)
+        throw PrepError("the elevation source " + path + " has no georeference");
+    if (!source.srs.empty()) {
+        const bool code = source.srs.find_first_not_of("0123456789") == std::string::npos;
+        if (s.srs.SetFromUserInput((code ? "EPSG:" + source.srs : source.srs).c_str()) !=
+            OGRERR_NONE)
+            throw PrepError(path + ": its coordinate system \"" + source.srs +
+                            "\" is not one GDAL knows");
+    } else if (s.ds->GetSpatialRef() == nullptr || s.ds->GetSpatialRef()->IsEmpty()) {
+        throw PrepError("the elevation source " + path + " has no coordinate system");
+    } else {
+        s.srs = *s.ds->GetSpatialRef();
+    }
+    s.srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    GDALRasterBand* band = s.ds->GetRasterBand(1);
+    int tagged = FALSE;
+    const double tag = band->GetNoDataValue(&tagged);
+    s.hasNoData = source.noData.has_value() || tagged;
+    s.noData = source.noData ? *source.noData : tag;
+    const char* positive = band->GetMetadataItem("positive");
+    const char* variable = band->GetMetadataItem("NETCDF_VARNAME");
+    if (positive == nullptr && variable != nullptr)
+        positive = s.ds->GetMetadataItem((std::string(variable) + "#positive").c_str());
+    const bool depths = source.depthPositive || (positive != nullptr && EQUAL(positive, "down"));
+    double scale = 1;
+    if (source.zScale) {
+        scale = *source.zScale;
+    } else {
+        std::string unit = band->GetUnitType() != nullptr ? band->GetUnitType() : "";
+        for (char& c : unit)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (const UnitFactor& u : kUnits)
+            if (unit == u.name)
+                scale = u.metres;
+    }
+    s.factor = depths ? -scale : scale;
+    return s;
+}
+
+// Values that stand for "no data" in files that do not say so, as the grid command
+// takes them.
+bool IsMarker(double v) { return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20; }
+
+// The grid command's warp of one source onto `grid` (EPSG 4326), its refusals naming the
+// source by its place in the user's list: refused, the warp is done again with the source
+// at that place (copies of it before), so that the grid command words the refusal itself.
+WarpOutcome WarpAsGrid(const GridGeometry& grid, const WarpSource& source, int position,
+                       const std::string& resampling, Grid2d<double>& cells) {
+    WarpSettings settings;
+    settings.epsg = 4326;
+    settings.resampling = resampling;
+    try {
+        return WarpSources(grid, {source}, settings, cells);
+    } catch (const PrepError&) {
+        if (position <= 1)
+            throw;
+        (void)WarpSources(grid, std::vector<WarpSource>(position, source), settings, cells);
+        throw; // refused only once: that refusal stands
+    }
 }
 
 } // namespace
 
-SourceFootprint DescribeSource(const std::string& path) {
+SourceFootprint DescribeSource(const WarpSource& source) {
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
-    GDALDatasetUniquePtr ds = OpenSource(path);
+    const std::string& path = source.path;
+    const OpenedSource opened = OpenSource(source);
+    GDALDataset* ds = opened.ds.get();
     double t[6];
     (void)ds->GetGeoTransform(t); // checked by OpenSource
     OGRSpatialReference lonLat;
     lonLat.importFromEPSG(4326);
     lonLat.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    OGRSpatialReference own(*ds->GetSpatialRef());
-    own.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    const OGRSpatialReference& own = opened.srs;
     std::unique_ptr<OGRCoordinateTransformation, TransformDeleter> toLonLat(
         OGRCreateCoordinateTransformation(&own, &lonLat));
     if (!toLonLat)
@@ -88,67 +176,53 @@ SourceFootprint DescribeSource(const std::string& path) {
     return f;
 }
 
-RasterTerrain::RasterTerrain(const std::string& path, bool depthPositive, double mostCells,
+RasterTerrain::RasterTerrain(const WarpSource& source, int position, double mostCells,
                              const std::optional<Bounds>& window) {
-    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
-    GDALDatasetUniquePtr source = OpenSource(path);
-    double cells = double(source->GetRasterXSize()) * source->GetRasterYSize();
-    CPLStringList args;
-    for (const char* a : {"-of", "MEM", "-t_srs", "EPSG:4326", "-ot", "Float32", "-dstnodata",
-                          "nan"})
-        args.AddString(a);
-    double aspect = double(source->GetRasterXSize()) / source->GetRasterYSize();
+    const std::string& path = source.path;
+    double cells = 0;
+    {
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        const OpenedSource opened = OpenSource(source);
+        cells = double(opened.ds->GetRasterXSize()) * opened.ds->GetRasterYSize();
+    }
+    const SourceFootprint f = DescribeSource(source);
+    Bounds w = f.lonLat;
     if (window) {
-        const SourceFootprint f = DescribeSource(path);
-        const Bounds w = {std::max((*window)[0], f.lonLat[0]), std::max((*window)[1], f.lonLat[1]),
-                          std::min((*window)[2], f.lonLat[2]), std::min((*window)[3], f.lonLat[3])};
+        w = {std::max((*window)[0], w[0]), std::max((*window)[1], w[1]),
+             std::min((*window)[2], w[2]), std::min((*window)[3], w[3])};
         if (!(w[2] > w[0]) || !(w[3] > w[1]))
             return; // no cells: NaN everywhere
         cells *= (w[2] - w[0]) * (w[3] - w[1]) /
                  ((f.lonLat[2] - f.lonLat[0]) * (f.lonLat[3] - f.lonLat[1]));
-        aspect = (w[2] - w[0]) / (w[3] - w[1]);
-        args.AddString("-te");
-        for (double v : w)
-            args.AddString(StringPrintf("%.17g", v).c_str());
     }
-    args.AddString("-r");
-    args.AddString(cells > mostCells ? "near" : "bilinear");
-    if (cells > mostCells) {
-        const double ny = std::sqrt(mostCells / aspect);
-        args.AddString("-ts");
-        args.AddString(std::to_string(std::max(1, int(ny * aspect))).c_str());
-        args.AddString(std::to_string(std::max(1, int(ny))).c_str());
-    }
-    GDALWarpAppOptions* options = GDALWarpAppOptionsNew(args.List(), nullptr);
-    GDALDatasetH handle = GDALDataset::ToHandle(source.get());
-    GDALDatasetUniquePtr warped(
-        GDALDataset::FromHandle(GDALWarp("", nullptr, 1, &handle, options, nullptr)));
-    GDALWarpAppOptionsFree(options);
-    if (!warped)
-        throw PrepError("cannot carry " + path + " into longitude and latitude: " +
-                        CPLGetLastErrorMsg());
-    nx_ = warped->GetRasterXSize();
-    ny_ = warped->GetRasterYSize();
-    double t[6];
-    (void)warped->GetGeoTransform(t); // the warper always sets it
-    west_ = t[0];
-    north_ = t[3];
-    dLon_ = t[1];
-    dLat_ = -t[5];
+    // Square cells in degrees, as many as the source has there but at most `mostCells`,
+    // carried by the grid command's own warp, so that the source's system, nodata, unit
+    // and sign are taken as the grids will take them.
+    const bool coarsened = cells > mostCells;
+    const double spacing =
+        std::sqrt((w[2] - w[0]) * (w[3] - w[1]) / std::max(1.0, std::min(cells, mostCells)));
+    GridGeometry grid;
+    grid.spacing = spacing;
+    grid.nx = std::max(1, static_cast<int>(std::ceil((w[2] - w[0]) / spacing)));
+    grid.ny = std::max(1, static_cast<int>(std::ceil((w[3] - w[1]) / spacing)));
+    grid.orgX = w[0] + 0.5 * spacing;
+    grid.orgY = w[1] + 0.5 * spacing;
+    Grid2d<double> warped;
+    (void)WarpAsGrid(grid, source, position, coarsened ? "near" : "bilinear", warped);
+    nx_ = grid.nx;
+    ny_ = grid.ny;
+    west_ = w[0];
+    north_ = w[1] + grid.ny * spacing;
+    dLon_ = spacing;
+    dLat_ = spacing;
     cells_.resize(static_cast<std::size_t>(nx_) * ny_);
-    if (warped->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, nx_, ny_, cells_.data(), nx_, ny_,
-                                           GDT_Float32, 0, 0, nullptr) != CE_None)
-        throw PrepError("cannot read " + path);
-    // Source nodata became NaN in the warp; markers left as values are the grid command's
-    // business, the planner only needs the sea.
     int minI = nx_, minJ = ny_, maxI = -1, maxJ = -1;
     for (std::int32_t j = 0; j < ny_; ++j)
         for (std::int32_t i = 0; i < nx_; ++i) {
-            float& v = cells_[static_cast<std::size_t>(j) * nx_ + i];
+            const double v = warped(i, ny_ - 1 - j); // rows from the north here
+            cells_[static_cast<std::size_t>(j) * nx_ + i] = static_cast<float>(v);
             if (!std::isfinite(v))
                 continue;
-            if (depthPositive)
-                v = -v;
             minI = std::min(minI, i);
             maxI = std::max(maxI, i);
             minJ = std::min(minJ, j);
@@ -274,16 +348,37 @@ double BlockTerrain::Cell(std::int64_t i, std::int64_t j) const {
         if (GDALRasterIO(static_cast<GDALRasterBandH>(band_), GF_Read, x0, y0, w, h,
                          cells.data(), w, h, GDT_Float32, 0, 0) != CE_None)
             std::fill(cells.begin(), cells.end(), std::numeric_limits<float>::quiet_NaN());
-        for (float& v : cells) {
-            if (!std::isfinite(v) || (hasNoData_ && v == static_cast<float>(noData_)))
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            float& v = cells[c];
+            if (std::isnan(v) || (hasNoData_ && v == static_cast<float>(noData_)))
                 v = std::numeric_limits<float>::quiet_NaN();
-            else if (depthPositive_)
-                v = -v;
+            else if (!hasNoData_ && !source_.keepMarkers && IsMarker(v))
+                RefuseMarker(x0 + static_cast<int>(c % w), y0 + static_cast<int>(c / w));
+            else
+                v = std::isfinite(v) ? static_cast<float>(v * factor_)
+                                     : std::numeric_limits<float>::quiet_NaN();
         }
         found = blocks_.emplace(key, std::move(cells)).first;
     }
     const std::int64_t w = std::min<std::int64_t>(blockX_, nx_ - bi * blockX_);
     return found->second[static_cast<std::size_t>((j - bj * blockY_) * w + (i - bi * blockX_))];
+}
+
+void BlockTerrain::RefuseMarker(std::int64_t i, std::int64_t j) const {
+    // The grid command refuses it where its grid reads it; a patch of cells around it
+    // (wide enough for a shift between geographic datums) makes it say so in its own words.
+    constexpr int kHalf = 16;
+    GridGeometry grid;
+    grid.spacing = transform_[1];
+    grid.nx = 2 * kHalf + 1;
+    grid.ny = 2 * kHalf + 1;
+    grid.orgX = transform_[0] + (static_cast<double>(i) + 0.5 - kHalf) * transform_[1];
+    grid.orgY = transform_[3] + (static_cast<double>(j) + 0.5) * transform_[5] - kHalf * transform_[1];
+    Grid2d<double> cells;
+    (void)WarpAsGrid(grid, source_, position_, "near", cells);
+    throw PrepError(source_.path + ": holds a nodata marker but has no nodata tag; name it "
+                                   "with --source-nodata, or take such values as real with "
+                                   "--keep-markers");
 }
 
 double BlockTerrain::ElevationAt(double lon, double lat) const {
@@ -333,15 +428,14 @@ double BlockTerrain::LowestIn(const Bounds& b) const {
     return std::isnan(lowest) ? ElevationAt(0.5 * (b[0] + b[2]), 0.5 * (b[1] + b[3])) : lowest;
 }
 
-std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive,
-                                     const Bounds& near) {
+std::unique_ptr<Terrain> OpenTerrain(const WarpSource& source, int position, const Bounds& near) {
     {
         CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
-        GDALDatasetUniquePtr ds = OpenSource(path);
+        OpenedSource opened = OpenSource(source);
+        GDALDatasetUniquePtr& ds = opened.ds;
         double t[6];
         (void)ds->GetGeoTransform(t); // checked by OpenSource
-        if (ds->GetSpatialRef()->IsGeographic() && t[2] == 0 && t[4] == 0 && t[1] > 0 &&
-            t[5] < 0) {
+        if (opened.srs.IsGeographic() && t[2] == 0 && t[4] == 0 && t[1] > 0 && t[5] < 0) {
             std::unique_ptr<BlockTerrain> terrain(new BlockTerrain());
             GDALRasterBand* band = ds->GetRasterBand(1);
             int bx = 1;
@@ -355,10 +449,11 @@ std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive
             terrain->nx_ = ds->GetRasterXSize();
             terrain->ny_ = ds->GetRasterYSize();
             std::copy(t, t + 6, terrain->transform_);
-            int hasNoData = 0;
-            terrain->noData_ = band->GetNoDataValue(&hasNoData);
-            terrain->hasNoData_ = hasNoData != 0;
-            terrain->depthPositive_ = depthPositive;
+            terrain->hasNoData_ = opened.hasNoData;
+            terrain->noData_ = opened.noData;
+            terrain->factor_ = opened.factor;
+            terrain->source_ = source;
+            terrain->position_ = position;
             terrain->extent_ = {t[0], t[3] + terrain->ny_ * t[5], t[0] + terrain->nx_ * t[1], t[3]};
             terrain->band_ = band;
             terrain->dataset_ = GDALDataset::ToHandle(ds.release());
@@ -366,7 +461,7 @@ std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive
         }
     }
     std::vector<std::unique_ptr<Terrain>> layers;
-    layers.push_back(std::make_unique<RasterTerrain>(path, depthPositive));
-    layers.push_back(std::make_unique<RasterTerrain>(path, depthPositive, 4e6, near));
+    layers.push_back(std::make_unique<RasterTerrain>(source, position));
+    layers.push_back(std::make_unique<RasterTerrain>(source, position, 4e6, near));
     return std::make_unique<LayeredTerrain>(std::move(layers));
 }

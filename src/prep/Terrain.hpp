@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prep/Placement.hpp"
+#include "prep/Warp.hpp"
 
 #include <cstdint>
 #include <memory>
@@ -12,13 +13,14 @@
 // The lie of the land as the planner needs it: elevations (metres, negative below sea
 // level) by longitude and latitude, from one source raster carried into degrees.
 
-// Where a source lies and how fine it is. Throws PrepError naming the file when GDAL
-// cannot open it or it has no georeference or coordinate system.
+// Where a source lies and how fine it is, in the system the user gave it or its own.
+// Throws PrepError naming the file when GDAL cannot open it or it has no georeference or
+// coordinate system.
 struct SourceFootprint {
     Bounds lonLat{};         // its extent in degrees, edges followed point by point
     double cellMetres = 0;   // its cell size in metres at its centre (the larger side)
 };
-[[nodiscard]] SourceFootprint DescribeSource(const std::string& path);
+[[nodiscard]] SourceFootprint DescribeSource(const WarpSource& source);
 
 class Terrain {
   public:
@@ -32,13 +34,15 @@ class Terrain {
     [[nodiscard]] virtual Bounds DataExtent() const = 0;
 };
 
-// A raster carried into degrees (EPSG 4326) by GDAL's warper, depths positive down turned
-// into elevations: the whole raster at most `mostCells` cells (nearest cells where it is
-// coarsened), or only the part inside `window` (degrees) at about its own resolution.
-// Throws PrepError; a window holding no data gives a terrain of NaN.
+// A raster carried into degrees (EPSG 4326) by the grid command's warp, its values taken
+// as the grids take them (system, nodata, unit, depths): the whole raster at most
+// `mostCells` cells (nearest cells where it is coarsened), or only the part inside
+// `window` (degrees) at about its own resolution. Throws PrepError, with the grid
+// command's refusals naming the source as source `position` (1 = the first); a window
+// holding no data gives a terrain of NaN.
 class RasterTerrain final : public Terrain {
   public:
-    RasterTerrain(const std::string& path, bool depthPositive, double mostCells = 1e6,
+    RasterTerrain(const WarpSource& source, int position, double mostCells = 1e6,
                   const std::optional<Bounds>& window = std::nullopt);
     [[nodiscard]] double ElevationAt(double lon, double lat) const override;
     [[nodiscard]] double LowestIn(const Bounds& lonLat) const override;
@@ -72,8 +76,10 @@ class LayeredTerrain final : public Terrain {
 // A raster in longitude and latitude read where it is asked, a block at a time, so that the
 // planner reads only the parts of a large source it looks at: elevations between cell
 // centres bilinearly, the lowest value of a large box from a sparse lattice of cells (one
-// every few blocks), the extent from the raster's edges. Depths positive down are turned
-// into elevations, nodata into NaN. Made by OpenTerrain; not for rotated rasters.
+// every few blocks), the extent from the raster's edges. Values are taken as the grid
+// command takes them: nodata (its own or given) becomes NaN, unit, --z-scale and depths
+// give the factor, and a marker in a source without nodata is refused in the grid
+// command's words. Made by OpenTerrain; not for rotated rasters.
 class BlockTerrain final : public Terrain {
   public:
     ~BlockTerrain() override;
@@ -82,10 +88,11 @@ class BlockTerrain final : public Terrain {
     [[nodiscard]] Bounds DataExtent() const override { return extent_; }
 
   private:
-    friend std::unique_ptr<Terrain> OpenTerrain(const std::string&, bool, const Bounds&);
+    friend std::unique_ptr<Terrain> OpenTerrain(const WarpSource&, int, const Bounds&);
     BlockTerrain() = default;
     [[nodiscard]] double Cell(std::int64_t i, std::int64_t j) const; // NaN outside
     [[nodiscard]] double Lon(double lon) const; // taken to the raster's side of the date line
+    [[noreturn]] void RefuseMarker(std::int64_t i, std::int64_t j) const;
 
     void* dataset_ = nullptr; // GDALDatasetH, owned
     void* band_ = nullptr;    // GDALRasterBandH of band 1
@@ -94,15 +101,18 @@ class BlockTerrain final : public Terrain {
     std::int32_t blockX_ = 1;
     std::int32_t blockY_ = 1;
     double transform_[6] = {};
-    bool depthPositive_ = false;
+    WarpSource source_;
+    int position_ = 1;
+    double factor_ = 1; // elevation in metres per value
     bool hasNoData_ = false;
     double noData_ = 0;
     Bounds extent_{};
     mutable std::unordered_map<std::int64_t, std::vector<float>> blocks_;
 };
 
-// The terrain of one source: a BlockTerrain for a north-up raster in longitude and
-// latitude, else the raster carried into degrees whole (coarsened) and, at its own
-// resolution, inside `near` (degrees), stacked. Throws PrepError.
-[[nodiscard]] std::unique_ptr<Terrain> OpenTerrain(const std::string& path, bool depthPositive,
+// The terrain of source `position` (1 = the first) of the user's list: a BlockTerrain for
+// a north-up raster in longitude and latitude, else the raster carried into degrees whole
+// (coarsened) and, at its own resolution, inside `near` (degrees), stacked. Throws
+// PrepError.
+[[nodiscard]] std::unique_ptr<Terrain> OpenTerrain(const WarpSource& source, int position,
                                                    const Bounds& near);

@@ -124,6 +124,29 @@ Examples:
   seaforge-prep overview Project.xml --region 2 -o Bay.png --gpkg Overview.gpkg
 )";
 
+// --nodata-source and --z-scale-source: N and a number each, the number read here, where
+// a mistyped one can be named. False after the message.
+bool SourceNumbers(const std::vector<std::pair<int, std::string>>& noDataFor,
+                   const std::vector<std::pair<int, std::string>>& zScaleFor,
+                   std::vector<std::pair<int, double>>& noDataInto,
+                   std::vector<std::pair<int, double>>& zScaleInto) {
+    for (const auto& [option, given, into] :
+         {std::tuple{"--nodata-source", &noDataFor, &noDataInto},
+          std::tuple{"--z-scale-source", &zScaleFor, &zScaleInto}})
+        for (const auto& [n, text] : *given) {
+            char* end = nullptr;
+            const double value = std::strtod(text.c_str(), &end);
+            if (text.empty() || *end != '\0') {
+                std::fprintf(stderr, "seaforge-prep: %s %d %s: give the source's number "
+                                     "(1 = the first) and a number\n",
+                             option, n, text.c_str());
+                return false;
+            }
+            into->emplace_back(n, value);
+        }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -227,6 +250,10 @@ int main(int argc, char** argv) {
 
     // nest and build: a chain of regions from a place, and everything from its plan.
     NestOptions nest;
+    std::vector<std::pair<int, std::string>> nestNoDataFor;
+    std::vector<std::pair<int, std::string>> nestZScaleFor;
+    double nestNoData = 0;
+    double nestZScale = 0;
     std::vector<double> site;
     std::vector<double> area;
     CLI::App* nestCommand = app.add_subcommand(
@@ -251,6 +278,13 @@ int main(int argc, char** argv) {
     nestCommand->add_option("--total-time", nest.totalTime, "TotalTime, seconds (3600)");
     nestCommand->add_flag("--depth-positive", nest.depthPositive, "Every source holds depths");
     nestCommand->add_option("--depth-positive-source", nest.depthPositiveSources, "N: source N holds depths");
+    nestCommand->add_option("--source-srs", nest.sourceSrs, "CODE: every source's coordinate system");
+    nestCommand->add_option("--srs-source", nest.sourceSrsFor, "N CODE: source N's")->allow_extra_args(false);
+    auto* nestNoDataOption = nestCommand->add_option("--source-nodata", nestNoData, "VALUE: every source's nodata value (nan allowed)");
+    nestCommand->add_option("--nodata-source", nestNoDataFor, "N VALUE: source N's")->allow_extra_args(false);
+    auto* nestZScaleOption = nestCommand->add_option("--z-scale", nestZScale, "FACTOR: metres per unit of every source's values");
+    nestCommand->add_option("--z-scale-source", nestZScaleFor, "N FACTOR: source N's")->allow_extra_args(false);
+    nestCommand->add_flag("--keep-markers", nest.keepMarkers, "Take -9999 and the like in untagged sources as real values");
     nestCommand->add_option("--resampling", nest.resampling, "gdalwarp method for every source");
     nestCommand->add_flag("--plan-only", nest.planOnly, "Print the table and write the plan only");
     nestCommand->add_flag("--force", nest.force, "Write over a folder holding another project");
@@ -262,6 +296,9 @@ holds the area with 10 cells to spare; each region splits its base's cells by --
 --margin base cells inside it; edges kept off steep ground; the outer region holds the fault
 and reaches deep water; in Japan the finer regions in the JGD2000 plane system of the site,
 elsewhere all in EPSG 4326), writes FOLDER/Plan.json, then builds it as `build` does.
+The source options are grid's, for every source or for source N, and are kept for each
+source in the plan; the planner reads the sources as the grids will (a source grid refuses,
+nest refuses in grid's words). --plan-only also gives the run's estimated peak memory.
 Exit status: the check's (0, or 2 with warnings, also when a rule gave way), 1 on an error.
 
 Example:
@@ -319,20 +356,8 @@ any grid is written. Exit status: the check's (0, 2 with warnings), 1 on an erro
             grid.sourceNoData = sourceNoData;
         if (zScaleOption->count() > 0)
             grid.zScale = zScale;
-        for (const auto& [option, given, into] :
-             {std::tuple{"--nodata-source", &noDataFor, &grid.sourceNoDataFor},
-              std::tuple{"--z-scale-source", &zScaleFor, &grid.zScaleFor}})
-            for (const auto& [n, text] : *given) {
-                char* end = nullptr;
-                const double value = std::strtod(text.c_str(), &end);
-                if (text.empty() || *end != '\0') {
-                    std::fprintf(stderr, "seaforge-prep: %s %d %s: give the source's number "
-                                         "(1 = the first) and a number\n",
-                                 option, n, text.c_str());
-                    return 1;
-                }
-                into->emplace_back(n, value);
-            }
+        if (!SourceNumbers(noDataFor, zScaleFor, grid.sourceNoDataFor, grid.zScaleFor))
+            return 1;
         grid.progress = !grid.quiet && isatty(fileno(stderr));
         return RunGrid(grid);
     }
@@ -341,6 +366,12 @@ any grid is written. Exit status: the check's (0, 2 with warnings), 1 on an erro
             nest.site = std::array<double, 2>{site[0], site[1]};
         if (!area.empty())
             nest.area = Bounds{area[0], area[1], area[2], area[3]};
+        if (nestNoDataOption->count() > 0)
+            nest.sourceNoData = nestNoData;
+        if (nestZScaleOption->count() > 0)
+            nest.zScale = nestZScale;
+        if (!SourceNumbers(nestNoDataFor, nestZScaleFor, nest.sourceNoDataFor, nest.zScaleFor))
+            return 1;
         return RunNest(nest);
     }
     if (buildCommand->parsed())

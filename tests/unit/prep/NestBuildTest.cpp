@@ -1,4 +1,5 @@
 #include "prep/BuildCommand.hpp"
+#include "prep/GridCommand.hpp"
 #include "prep/NestCommand.hpp"
 #include "prep/Plan.hpp"
 
@@ -9,7 +10,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -46,6 +49,11 @@ void WriteInputs(const TempDir& dir, const Place& p) {
     std::snprintf(stations, sizeof stations, "# lon lat name\n%.4f %.4f Mouth\n", p.lon + 0.01,
                   p.lat);
     dir.Write("stations.txt", stations);
+    // Coastal points at sea along the coast, one in each of the three inner regions.
+    char points[200];
+    std::snprintf(points, sizeof points, "# lon lat name\n%.4f %.4f Bay\n%.4f %.4f Shelf\n%.4f %.4f Off\n",
+                  p.lon + 0.005, p.lat, p.lon + 0.03, p.lat + 0.02, p.lon + 0.1, p.lat - 0.1);
+    dir.Write("coast.txt", points);
 }
 
 NestOptions Options(const TempDir& dir, const Place& p, const std::string& out = "out") {
@@ -58,6 +66,7 @@ NestOptions Options(const TempDir& dir, const Place& p, const std::string& out =
     o.output = (dir.path() / out).string();
     o.fault = (dir.path() / "fault.txt").string();
     o.stations = (dir.path() / "stations.txt").string();
+    o.coastPoints = (dir.path() / "coast.txt").string();
     o.sources = {(dir.path() / "coarse.tif").string(), (dir.path() / "survey.tif").string()};
     o.quiet = true;
     return o;
@@ -127,6 +136,7 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
     const SeaforgeRun run = RunSeaforge(out, {"Coast.xml"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("FileName:stations"), std::string::npos) << "the project names the list";
+    EXPECT_NE(run.out.find("FileName:coast"), std::string::npos) << "and the coastal points";
     // The station is fitted into the finest region, in Japan through a list in its plane
     // system.
     const std::string best = Slurp(out / "Coast" / "Calc" / "Dump1d_BEST.txt");
@@ -171,6 +181,20 @@ TEST(NestBuild, PlanOnlyWritesThePlanAndBuildsNothing) {
     EXPECT_EQ(Names(dir.path() / "out"), std::vector<std::string>{"Plan.json"});
     EXPECT_NE(out.find("every region is geographic (EPSG 4326)"), std::string::npos) << out;
     EXPECT_NE(out.find("  4  Site      4326  0.0003"), std::string::npos) << out;
+    // The run's peak memory as the check will estimate it once the grids are made.
+    const std::smatch estimate = [&] {
+        std::smatch m;
+        std::regex_search(out, m, std::regex("Estimated run: (peak memory about [0-9]+ MiB)\n"));
+        return m;
+    }();
+    ASSERT_FALSE(estimate.empty()) << out;
+    BuildOptions build;
+    build.plan = (dir.path() / "out" / kPlanName).string();
+    build.quiet = true;
+    ASSERT_EQ(RunBuild(build), 0);
+    EXPECT_NE(Slurp(dir.path() / "out" / "Check.txt").find("Estimated run: " + estimate.str(1)),
+              std::string::npos)
+        << estimate.str(1);
 }
 
 // The same inputs give the same bytes: plan, project and grids.
@@ -214,11 +238,33 @@ TEST(NestBuild, RebuildAfterAnEditMakesOnlyWhatDependsOnIt) {
     build.plan = (out / kPlanName).string();
     build.quiet = true;
     build.json = true;
+    build.quiet = false;
+    testing::internal::CaptureStdout();
     EXPECT_EQ(RunBuild(build), 0);
+    const std::string table = testing::internal::GetCapturedStdout();
+    build.quiet = true;
     EXPECT_EQ(rebuilt(), std::vector<int>{});
     const nlohmann::json report = nlohmann::json::parse(Slurp(out / "Check.json"), nullptr, false);
     ASSERT_TRUE(report.is_object()) << "Check.json with --json";
     EXPECT_EQ(report["regions"].size(), 4u);
+    // The table's jump column is the check's own measure of each nested boundary.
+    int jumps = 0;
+    for (const auto& region : report["regions"]) {
+        if (!region.contains("boundary_jump_max"))
+            continue;
+        char row[64];
+        std::snprintf(row, sizeof row, "%3d  %-8s", region["number"].get<int>(),
+                      region["name"].get<std::string>().c_str());
+        char jump[32];
+        std::snprintf(jump, sizeof jump, " %.1f m\n", region["boundary_jump_max"].get<double>());
+        const std::size_t at = table.find(row);
+        ASSERT_NE(at, std::string::npos) << row << "\n" << table;
+        const std::size_t end = table.find('\n', at) + 1;
+        EXPECT_EQ(table.substr(at, end - at).rfind(jump), end - at - std::strlen(jump))
+            << table.substr(at, end - at) << jump;
+        ++jumps;
+    }
+    EXPECT_EQ(jumps, 3) << "every nested region's boundary";
     build.json = false;
 
     plan.regions[2].bounds[0] -= plan.regions[1].spacing;
@@ -273,7 +319,7 @@ INSTANTIATE_TEST_SUITE_P(
                 [](NestOptions& o, const TempDir& d) {
                     o.sources.push_back((d.path() / "missing.tif").string());
                 },
-                "cannot open the elevation source"},
+                "missing.tif: GDAL cannot open it as a raster"},
         BadNest{"FolderOfAnotherProject",
                 [](NestOptions&, const TempDir& d) { d.Write("out/Other.xml", "<Project/>"); },
                 "holds files of another project"},
@@ -326,7 +372,13 @@ INSTANTIATE_TEST_SUITE_P(
         BadPlan{"MissingSource",
                 [](Plan& p) { p.regions[1].sources[0].path = "nowhere.tif"; }, "missing"},
         BadPlan{"SystemTheRunDoesNotKnow", [](Plan& p) { p.regions[3].epsg = 3857; },
-                "not a system the run's projection service knows"}),
+                "not a system the run's projection service knows"},
+        BadPlan{"KeepMarkersForOneSourceOfTwo",
+                [](Plan& p) { p.regions[2].sources[1].keepMarkers = true; },
+                "--keep-markers for all of a region's sources or none"},
+        BadPlan{"SourceSystemGdalDoesNotKnow",
+                [](Plan& p) { p.regions[0].sources[0].srs = "EPSG:99999"; },
+                "is not one GDAL knows"}),
     [](const testing::TestParamInfo<BadPlan>& bad) { return std::string(bad.param.what); });
 
 // The command line reaches the same code: the table on standard output, the plan written.
@@ -336,10 +388,25 @@ TEST(NestBuild, CommandLinePlanOnly) {
     const SeaforgeRun run = RunProgram(
         SEAFORGE_PREP_BINARY, dir.path(),
         {"nest", "--site", "-155.05", "19.72", "--radius", "1km", "--finest", "30", "--levels",
-         "4", "--fault", "fault.txt", "-o", "Hilo", "--plan-only", "coarse.tif", "survey.tif"});
+         "4", "--fault", "fault.txt", "-o", "Hilo", "--plan-only", "coarse.tif", "survey.tif",
+         "--source-srs", "4326", "--nodata-source", "2", "nan", "--z-scale-source", "1", "1",
+         "--keep-markers"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("TimeIncrement"), std::string::npos) << run.out;
-    EXPECT_EQ(ReadPlan((dir.path() / "Hilo" / kPlanName).string()).name, "Hilo");
+    const Plan plan = ReadPlan((dir.path() / "Hilo" / kPlanName).string());
+    EXPECT_EQ(plan.name, "Hilo");
+    const std::vector<PlanSource>& sources = plan.regions[0].sources;
+    EXPECT_TRUE(sources[0].srs == "4326" && sources[1].srs == "4326");
+    EXPECT_TRUE(!sources[0].noData && sources[1].noData && std::isnan(*sources[1].noData));
+    EXPECT_TRUE(sources[0].zScale == 1.0 && !sources[1].zScale);
+    EXPECT_TRUE(sources[0].keepMarkers && sources[1].keepMarkers);
+    const SeaforgeRun mistyped = RunProgram(
+        SEAFORGE_PREP_BINARY, dir.path(),
+        {"nest", "--site", "-155.05", "19.72", "--finest", "30", "-o", "x", "--nodata-source",
+         "1", "-99x", "coarse.tif"});
+    EXPECT_EQ(mistyped.status, 1);
+    EXPECT_EQ(mistyped.err, "seaforge-prep: --nodata-source 1 -99x: give the source's number (1 "
+                            "= the first) and a number\n");
     const SeaforgeRun bad = RunProgram(SEAFORGE_PREP_BINARY, dir.path(),
                                        {"nest", "--site", "-155.05", "19.72", "--finest", "30",
                                         "--radius", "3 miles", "-o", "x", "coarse.tif"});
@@ -370,24 +437,130 @@ TEST(NestBuild, AreaHeldByTheFinestRegion) {
     EXPECT_FALSE(plan.design.site.has_value());
 }
 
-// A source of depths, positive down, named as such gives the same chain and grids as its
-// elevations: the option reaches the planner and the grid command alike.
-TEST(NestBuild, DepthPositiveSourceGivesTheSameGrids) {
+// Each source option reaches the planner and the grid command alike: a source that needs
+// it, given it, gives the same plan regions and the same grids as plain elevations, and
+// the plan records it for that source.
+TEST(NestBuild, SourceOptionsGiveTheSameGrids) {
     TempDir dir;
     WriteInputs(dir, kHawaii);
     const Coast coast{kHawaii.lon, kHawaii.lat};
-    coast.Write((dir.path() / "depths.tif").string(), 0.01, -1.0, -1.0, 1.5, 1.0, true);
     ASSERT_EQ(RunNest(Options(dir, kHawaii, "heights")), 0);
-    NestOptions o = Options(dir, kHawaii, "depths");
-    o.sources[0] = (dir.path() / "depths.tif").string();
-    o.depthPositiveSources = {1};
-    ASSERT_EQ(RunNest(o), 0);
-    const Plan plan = ReadPlan((dir.path() / "depths" / kPlanName).string());
-    EXPECT_TRUE(plan.regions[0].sources[0].depthPositive);
-    EXPECT_FALSE(plan.regions[0].sources[1].depthPositive);
+    const Plan heights = ReadPlan((dir.path() / "heights" / kPlanName).string());
+    // The coarse source again, as `layout` and `description` say, its values mapped.
+    const auto coarse = [&](const char* name, RasterLayout layout,
+                            const RasterDescription& description, double (*map)(double)) {
+        layout.nx = 250;
+        layout.ny = 200;
+        layout.transform = {coast.lon - 1.0, 0.01, 0, coast.lat + 1.0, 0, -0.01};
+        const std::string path = (dir.path() / name).string();
+        MakeDescribedRaster(path, layout, description, [&](int c, int l) {
+            return map(coast.Elevation(coast.lon - 1.0 + (c + 0.5) * 0.01,
+                                       coast.lat + 1.0 - (l + 0.5) * 0.01));
+        });
+        return path;
+    };
+    RasterLayout netCdf;
+    netCdf.driver = "netCDF";
+    RasterLayout gmt = netCdf;
+    gmt.epsg = 0; // as GMT writes a grid: x and y in degrees, no coordinate system
+    const auto same = [](double v) { return v; };
+    const auto negated = [](double v) { return -v; };
+    const auto doubled = [](double v) { return 2 * v; };
+    struct Case {
+        const char* what;
+        std::string source;
+        std::function<void(NestOptions&)> options;
+        std::function<bool(const PlanSource&)> recorded;
+    };
+    const Case cases[] = {
+        {"depths named by option", coarse("depths.tif", {}, {}, negated),
+         [](NestOptions& o) { o.depthPositiveSources = {1}; },
+         [](const PlanSource& s) { return s.depthPositive; }},
+        {"depths named by positive = down", coarse("down.nc", netCdf, {"", {{"positive", "down"}}}, negated),
+         [](NestOptions&) {}, [](const PlanSource& s) { return !s.depthPositive; }},
+        {"no coordinate system, --source-srs", coarse("gmt.nc", gmt, {}, same),
+         [](NestOptions& o) { o.sourceSrs = "4326"; },
+         [](const PlanSource& s) { return s.srs == "4326"; }},
+        {"no coordinate system, --srs-source", coarse("gmt.nc", gmt, {}, same),
+         [](NestOptions& o) { o.sourceSrsFor = {{1, "EPSG:4326"}}; },
+         [](const PlanSource& s) { return s.srs == "EPSG:4326"; }},
+        {"half metres, --z-scale-source", coarse("doubled.tif", {}, {}, doubled),
+         [](NestOptions& o) { o.zScaleFor = {{1, 0.5}}; },
+         [](const PlanSource& s) { return s.zScale == 0.5; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        NestOptions o = Options(dir, kHawaii, "variant");
+        o.force = true;
+        o.sources[0] = c.source;
+        c.options(o);
+        testing::internal::CaptureStderr();
+        const int status = RunNest(o);
+        const std::string err = testing::internal::GetCapturedStderr();
+        ASSERT_EQ(status, 0) << err;
+        const Plan plan = ReadPlan((dir.path() / "variant" / kPlanName).string());
+        ASSERT_EQ(plan.regions.size(), heights.regions.size());
+        for (std::size_t k = 0; k < plan.regions.size(); ++k) {
+            const PlanRegion& r = plan.regions[k];
+            EXPECT_EQ(r.bounds, heights.regions[k].bounds) << r.name;
+            EXPECT_TRUE(c.recorded(r.sources[0])) << r.name;
+            ASSERT_TRUE(fs::exists(dir.path() / "variant" / r.grid)) << r.name;
+            EXPECT_TRUE(Slurp(dir.path() / "variant" / r.grid) ==
+                        Slurp(dir.path() / "heights" / r.grid))
+                << r.name;
+        }
+        fs::remove_all(dir.path() / "variant");
+    }
+}
+
+// A source without a nodata tag holding -9999 where the planner reads it is refused by
+// nest with the grid command's own line, before anything is written, and taken once the
+// marker is named; the plan keeps the name for the grids.
+TEST(NestBuild, UntaggedMarkerRefusedAsTheGridRefusesIt) {
+    TempDir dir;
+    WriteInputs(dir, kHawaii);
+    const Coast coast{kHawaii.lon, kHawaii.lat};
+    RasterLayout layout;
+    layout.nx = 320;
+    layout.ny = 320;
+    layout.transform = {coast.lon - 0.08, 0.0005, 0, coast.lat + 0.08, 0, -0.0005};
+    const std::string survey = (dir.path() / "survey.tif").string();
+    MakeRaster(survey, layout, [&](int c, int l) {
+        return c == 40 && l == 100 ? -9999.0
+                                   : coast.Elevation(coast.lon - 0.08 + (c + 0.5) * 0.0005,
+                                                     coast.lat + 0.08 - (l + 0.5) * 0.0005);
+    });
+    // What the grid command says of it, where its grid reads the marker.
+    GridOptions grid;
+    grid.epsg = 4326;
+    grid.spacing = 0.0005;
+    grid.bounds = Bounds{coast.lon - 0.07, coast.lat + 0.02, coast.lon - 0.05, coast.lat + 0.04};
+    grid.output = (dir.path() / "grid.txt").string();
+    grid.sources = Options(dir, kHawaii).sources;
+    grid.quiet = true;
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(RunGrid(grid), 1);
+    const std::string refusal = testing::internal::GetCapturedStderr();
+    ASSERT_NE(refusal.find("--nodata-source 2 -9999"), std::string::npos) << refusal;
+
+    for (const bool planOnly : {true, false}) {
+        NestOptions o = Options(dir, kHawaii);
+        o.planOnly = planOnly;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(RunNest(o), 1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), refusal) << planOnly;
+        EXPECT_FALSE(fs::exists(dir.path() / "out"));
+    }
+    NestOptions o = Options(dir, kHawaii);
+    o.sourceNoData = -9999;
+    testing::internal::CaptureStderr();
+    const int status = RunNest(o);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(status, 0) << err << Slurp(dir.path() / "out" / "Check.txt");
+    const Plan plan = ReadPlan((dir.path() / "out" / kPlanName).string());
     for (const PlanRegion& r : plan.regions)
-        EXPECT_EQ(Slurp(dir.path() / "depths" / r.grid), Slurp(dir.path() / "heights" / r.grid))
-            << r.name;
+        for (const PlanSource& s : r.sources)
+            EXPECT_EQ(s.noData, -9999.0) << r.name << " " << s.path;
 }
 
 } // namespace

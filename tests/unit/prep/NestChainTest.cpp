@@ -156,7 +156,10 @@ TEST(NestPlan, RoundTripKeepsEveryFieldAndUnknownSourceOptions) {
   "regions": [
     {"number": 1, "name": "Outer", "base": 0, "epsg": 4612, "spacing": 0.0081,
      "bounds": [141.4, 38.8, 142.2, 39.6], "grid": "Outer.txt",
-     "sources": ["gebco.nc", {"path": "dem.tif", "depth_positive": true, "source_srs": "EPSG:6668"}]},
+     "sources": ["gebco.nc", {"path": "dem.tif", "depth_positive": true, "source_srs": "EPSG:6668",
+                              "nodata": -9999, "z_scale": 0.3048, "keep_markers": true,
+                              "smoothing": 2},
+                 {"path": "lidar.nc", "nodata": "nan"}]},
     {"number": 2, "name": "Bay", "base": 1, "epsg": 2452, "spacing": 270,
      "bounds": [77760, -93960, 105300, -66420], "grid": "Bay.bin",
      "sources": [{"path": "survey.tif", "resampling": "cubic"}]}
@@ -167,11 +170,29 @@ TEST(NestPlan, RoundTripKeepsEveryFieldAndUnknownSourceOptions) {
     EXPECT_EQ(*plan.timeIncrement, 0.25);
     ASSERT_EQ(plan.regions.size(), 2u);
     EXPECT_EQ(plan.regions[0].spacing, 0.0081);
-    EXPECT_TRUE(plan.regions[0].sources[1].depthPositive);
-    ASSERT_EQ(plan.regions[0].sources[1].pending.size(), 1u);
+    const PlanSource& dem = plan.regions[0].sources[1];
+    EXPECT_TRUE(dem.depthPositive);
+    EXPECT_EQ(dem.srs, "EPSG:6668");
+    EXPECT_EQ(dem.noData, -9999.0);
+    EXPECT_EQ(dem.zScale, 0.3048);
+    EXPECT_TRUE(dem.keepMarkers);
+    ASSERT_EQ(dem.pending.size(), 1u);
+    EXPECT_EQ(dem.pending[0].first, "smoothing");
+    const PlanSource& lidar = plan.regions[0].sources[2];
+    ASSERT_TRUE(lidar.noData.has_value());
+    EXPECT_TRUE(std::isnan(*lidar.noData));
+    EXPECT_FALSE(lidar.zScale || lidar.keepMarkers || !lidar.srs.empty());
+    // As the grid command takes them.
+    const WarpSource warp = AsWarpSource(dem, "/data/dem.tif");
+    EXPECT_EQ(warp.path, "/data/dem.tif");
+    EXPECT_TRUE(warp.depthPositive && warp.keepMarkers);
+    EXPECT_EQ(warp.srs, "EPSG:6668");
+    EXPECT_EQ(warp.noData, -9999.0);
+    EXPECT_EQ(warp.zScale, 0.3048);
     EXPECT_EQ(plan.regions[1].sources[0].resampling, "cubic");
     const std::string text = PlanText(plan);
     EXPECT_NE(text.find("\"source_srs\": \"EPSG:6668\""), std::string::npos) << text;
+    EXPECT_NE(text.find("\"nodata\": \"nan\""), std::string::npos) << text;
     EXPECT_NE(text.find("0.0081,"), std::string::npos) << text;
     const std::string again = dir.Write("Again.json", text);
     EXPECT_EQ(PlanText(ReadPlan(again)), text);
@@ -196,6 +217,14 @@ TEST(NestPlan, InvalidPlansAreRefusedWithThePlace) {
         {R"({"name": "P", "regions": [{"number": 1, "name": "O", "base": 0, "epsg": 4326,
             "spacing": 0.01, "bounds": [1, 0, 0, 1], "grid": "o.txt", "sources": ["a.tif"]}]})",
          "regions[0].bounds"},
+        {R"({"name": "P", "regions": [{"number": 1, "name": "O", "base": 0, "epsg": 4326,
+            "spacing": 0.01, "bounds": [0, 0, 1, 1], "grid": "o.txt",
+            "sources": [{"path": "a.tif", "nodata": "none"}]}]})",
+         "regions[0].sources[0].nodata"},
+        {R"({"name": "P", "regions": [{"number": 1, "name": "O", "base": 0, "epsg": 4326,
+            "spacing": 0.01, "bounds": [0, 0, 1, 1], "grid": "o.txt",
+            "sources": [{"path": "a.tif", "z_scale": 0}]}]})",
+         "a factor other than 0"},
     };
     TempDir dir;
     for (const Case& c : cases) {

@@ -1,5 +1,6 @@
 #include "prep/Terrain.hpp"
 
+#include "prep/PrepError.hpp"
 #include "prep/PrepTestSupport.hpp"
 #include "support/TempDir.hpp"
 
@@ -7,6 +8,7 @@
 
 #include <cmath>
 #include <limits>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -32,9 +34,13 @@ TEST(NestTerrain, CellsAtTheirCentresHoweverTheSourceIsRead) {
         std::unique_ptr<Terrain> terrain;
         double sign;
     };
-    Case cases[] = {{"blocks", OpenTerrain(path, false, near), 1},
-                    {"blocks, depths", OpenTerrain(path, true, near), -1},
-                    {"warped", std::make_unique<RasterTerrain>(path, false, 4e6, near), 1}};
+    WarpSource heights;
+    heights.path = path;
+    WarpSource depths = heights;
+    depths.depthPositive = true;
+    Case cases[] = {{"blocks", OpenTerrain(heights, 1, near), 1},
+                    {"blocks, depths", OpenTerrain(depths, 1, near), -1},
+                    {"warped", std::make_unique<RasterTerrain>(heights, 1, 4e6, near), 1}};
     for (const Case& c : cases) {
         for (const auto& [col, line] : {std::pair{5, 7}, std::pair{299, 599}, std::pair{150, 300},
                                         std::pair{17, 256}, std::pair{17, 255}}) {
@@ -54,6 +60,98 @@ TEST(NestTerrain, CellsAtTheirCentresHoweverTheSourceIsRead) {
     }
     EXPECT_NEAR(cases[0].terrain->ElevationAt(170.5 + 0.005 - 360, 39.5 - 0.005), Value(50, 50),
                 1e-3);
+}
+
+// The planner takes a source's values as the grid command does, whichever way it reads
+// the source: what the user says of it (system, nodata, scale, depths) over what the file
+// says, and its own unit and CF positive = "down"; an untagged marker is refused, naming
+// the source by its place in the user's list.
+TEST(NestTerrain, SourcesTakenAsTheGridCommandTakesThem) {
+    TempDir dir;
+    RasterLayout layout;
+    layout.nx = 60;
+    layout.ny = 40;
+    layout.transform = {10.0, 0.01, 0, 50.0, 0, -0.01};
+    const Bounds near = {10.0, 49.6, 10.6, 50.0};
+    const auto make = [&](const char* name, RasterLayout l, const RasterDescription& d,
+                          const std::function<double(double)>& map) {
+        WarpSource source;
+        source.path = (dir.path() / name).string();
+        MakeDescribedRaster(source.path, l, d, [&](int c, int line) {
+            return c == 7 && line == 9 ? -9999.0 : map(Value(c, line));
+        });
+        return source;
+    };
+    RasterLayout netCdf = layout;
+    netCdf.driver = "netCDF";
+    RasterLayout gmt = netCdf;
+    gmt.epsg = 0;
+    struct Case {
+        const char* what;
+        WarpSource source;
+    };
+    std::vector<Case> cases;
+    const auto with = [](WarpSource s, const std::function<void(WarpSource&)>& change) {
+        change(s);
+        return s;
+    };
+    const auto same = [](double v) { return v; };
+    const WarpSource marked = make("marked.tif", layout, {}, same);
+    cases.push_back({"nodata given", with(marked, [](WarpSource& s) { s.noData = -9999; })});
+    cases.push_back({"depths by option",
+                     with(make("depths.tif", layout, {}, [](double v) { return -v; }),
+                          [](WarpSource& s) { s.depthPositive = true; s.noData = -9999; })});
+    cases.push_back({"depths by positive = down",
+                     with(make("down.nc", netCdf, {"", {{"positive", "down"}}},
+                               [](double v) { return -v; }),
+                          [](WarpSource& s) { s.noData = -9999; })});
+    cases.push_back({"no system, given", with(make("gmt.nc", gmt, {}, same), [](WarpSource& s) {
+                         s.srs = "4326";
+                         s.noData = -9999;
+                     })});
+    cases.push_back({"feet by its unit",
+                     with(make("feet.tif", layout, {"ft", {}}, [](double v) { return v / 0.3048; }),
+                          [](WarpSource& s) { s.noData = -9999; })});
+    cases.push_back({"--z-scale", with(make("halves.tif", layout, {}, [](double v) { return 2 * v; }),
+                                       [](WarpSource& s) {
+                                           s.zScale = 0.5;
+                                           s.noData = -9999;
+                                       })});
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::unique_ptr<Terrain> terrains[] = {
+            OpenTerrain(c.source, 1, near), std::make_unique<RasterTerrain>(c.source, 1, 4e6, near)};
+        for (const auto& terrain : terrains) {
+            for (const auto& [col, line] : {std::pair{5, 7}, std::pair{59, 39}, std::pair{30, 20}}) {
+                const double lon = 10.0 + (col + 0.5) * 0.01;
+                const double lat = 50.0 - (line + 0.5) * 0.01;
+                EXPECT_NEAR(terrain->ElevationAt(lon, lat), Value(col, line), 1e-3)
+                    << col << " " << line;
+            }
+            EXPECT_TRUE(std::isnan(terrain->LowestIn({10.07, 49.9, 10.08, 49.91})))
+                << "the marker named as nodata";
+        }
+    }
+    // Not named, the marker is refused as the grid command refuses it.
+    const auto refusal = [&](const std::function<void()>& read) {
+        try {
+            read();
+        } catch (const PrepError& e) {
+            return std::string(e.what());
+        }
+        return std::string("nothing refused");
+    };
+    for (const std::string& message :
+         {refusal([&] { (void)OpenTerrain(marked, 3, near)->ElevationAt(10.075, 49.905); }),
+          refusal([&] { (void)RasterTerrain(marked, 3, 4e6, near); })}) {
+        EXPECT_NE(message.find(marked.path + ": holds -9999 where the grid reads it"),
+                  std::string::npos)
+            << message;
+        EXPECT_NE(message.find("(or --nodata-source 3 -9999)"), std::string::npos) << message;
+    }
+    WarpSource kept = marked;
+    kept.keepMarkers = true;
+    EXPECT_NEAR(OpenTerrain(kept, 3, near)->ElevationAt(10.075, 49.905), -9999.0, 1e-3);
 }
 
 } // namespace
