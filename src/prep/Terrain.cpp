@@ -109,7 +109,7 @@ bool IsMarker(double v) { return v == -9999 || v == -32768 || v == -32767 || std
 // source by its place in the user's list: refused, the warp is done again with the source
 // at that place (copies of it before), so that the grid command words the refusal itself.
 WarpOutcome WarpAsGrid(const GridGeometry& grid, const WarpSource& source, int position,
-                       const std::string& resampling, Grid2d<double>& cells) {
+                       const std::string& resampling, Grid2d<float>& cells) {
     WarpSettings settings;
     settings.epsg = 4326;
     settings.resampling = resampling;
@@ -207,7 +207,7 @@ RasterTerrain::RasterTerrain(const WarpSource& source, int position, double most
     grid.ny = std::max(1, static_cast<int>(std::ceil((w[3] - w[1]) / spacing)));
     grid.orgX = w[0] + 0.5 * spacing;
     grid.orgY = w[1] + 0.5 * spacing;
-    Grid2d<double> warped;
+    Grid2d<float> warped;
     (void)WarpAsGrid(grid, source, position, coarsened ? "near" : "bilinear", warped);
     nx_ = grid.nx;
     ny_ = grid.ny;
@@ -374,7 +374,7 @@ void BlockTerrain::RefuseMarker(std::int64_t i, std::int64_t j) const {
     grid.ny = 2 * kHalf + 1;
     grid.orgX = transform_[0] + (static_cast<double>(i) + 0.5 - kHalf) * transform_[1];
     grid.orgY = transform_[3] + (static_cast<double>(j) + 0.5) * transform_[5] - kHalf * transform_[1];
-    Grid2d<double> cells;
+    Grid2d<float> cells;
     (void)WarpAsGrid(grid, source_, position_, "near", cells);
     throw PrepError(source_.path + ": holds a nodata marker but has no nodata tag; name it "
                                    "with --source-nodata, or take such values as real with "
