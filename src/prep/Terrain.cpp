@@ -26,84 +26,7 @@ struct TransformDeleter {
     }
 };
 
-// Metres per unit of the units sources come in besides metres, as the grid command
-// reads them.
-struct UnitFactor {
-    const char* name; // lower case
-    double metres;
-};
-constexpr double kUsSurveyFoot = 1200.0 / 3937.0;
-constexpr UnitFactor kUnits[] = {
-    {"ft", 0.3048},          {"foot", 0.3048},           {"feet", 0.3048},
-    {"international foot", 0.3048}, {"international feet", 0.3048},
-    {"us survey foot", kUsSurveyFoot}, {"us survey feet", kUsSurveyFoot},
-    {"us_survey_foot", kUsSurveyFoot}, {"ftus", kUsSurveyFoot}, {"us-ft", kUsSurveyFoot},
-    {"us_ft", kUsSurveyFoot}, {"survey foot", kUsSurveyFoot}, {"foot_us", kUsSurveyFoot},
-};
 
-// A source with what the user says about it laid over what its file says, as the grid
-// command lays them: its system, its nodata, and the factor that turns its values into
-// elevations in metres (unit, --z-scale, depths by option or by CF's positive = "down").
-// The grid command's sources are checked first (CheckSources), so the messages here are
-// only for what slips past that.
-struct OpenedSource {
-    GDALDatasetUniquePtr ds;
-    OGRSpatialReference srs; // traditional axis order
-    bool hasNoData = false;
-    double noData = 0;
-    double factor = 1;
-};
-
-OpenedSource OpenSource(const WarpSource& source) {
-    const std::string& path = source.path;
-    GDALAllRegister();
-    OpenedSource s;
-    s.ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    if (!s.ds || s.ds->GetRasterCount() < 1)
-        throw PrepError("cannot open the elevation source " + path + " as a raster");
-    double t[6];
-    if (s.ds->GetGeoTransform(t) != CE_None)
-        throw PrepError("the elevation source " + path + " has no georeference");
-    if (!source.srs.empty()) {
-        const bool code = source.srs.find_first_not_of("0123456789") == std::string::npos;
-        if (s.srs.SetFromUserInput((code ? "EPSG:" + source.srs : source.srs).c_str()) !=
-            OGRERR_NONE)
-            throw PrepError(path + ": its coordinate system \"" + source.srs +
-                            "\" is not one GDAL knows");
-    } else if (s.ds->GetSpatialRef() == nullptr || s.ds->GetSpatialRef()->IsEmpty()) {
-        throw PrepError("the elevation source " + path + " has no coordinate system");
-    } else {
-        s.srs = *s.ds->GetSpatialRef();
-    }
-    s.srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    GDALRasterBand* band = s.ds->GetRasterBand(1);
-    int tagged = FALSE;
-    const double tag = band->GetNoDataValue(&tagged);
-    s.hasNoData = source.noData.has_value() || tagged;
-    s.noData = source.noData ? *source.noData : tag;
-    const char* positive = band->GetMetadataItem("positive");
-    const char* variable = band->GetMetadataItem("NETCDF_VARNAME");
-    if (positive == nullptr && variable != nullptr)
-        positive = s.ds->GetMetadataItem((std::string(variable) + "#positive").c_str());
-    const bool depths = source.depthPositive || (positive != nullptr && EQUAL(positive, "down"));
-    double scale = 1;
-    if (source.zScale) {
-        scale = *source.zScale;
-    } else {
-        std::string unit = band->GetUnitType() != nullptr ? band->GetUnitType() : "";
-        for (char& c : unit)
-            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        for (const UnitFactor& u : kUnits)
-            if (unit == u.name)
-                scale = u.metres;
-    }
-    s.factor = depths ? -scale : scale;
-    return s;
-}
-
-// Values that stand for "no data" in files that do not say so, as the grid command
-// takes them.
-bool IsMarker(double v) { return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20; }
 
 // The grid command's warp of one source onto `grid` (EPSG 4326), its refusals naming the
 // source by its place in the user's list: refused, the warp is done again with the source
@@ -352,7 +275,7 @@ double BlockTerrain::Cell(std::int64_t i, std::int64_t j) const {
             float& v = cells[c];
             if (std::isnan(v) || (hasNoData_ && v == static_cast<float>(noData_)))
                 v = std::numeric_limits<float>::quiet_NaN();
-            else if (!hasNoData_ && !source_.keepMarkers && IsMarker(v))
+            else if (!hasNoData_ && !source_.keepMarkers && IsNodataMarker(v))
                 RefuseMarker(x0 + static_cast<int>(c % w), y0 + static_cast<int>(c / w));
             else
                 v = std::isfinite(v) ? static_cast<float>(v * factor_)

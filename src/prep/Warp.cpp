@@ -56,11 +56,7 @@ std::string LastGdalError() {
     return text != nullptr && *text != '\0' ? std::string(" (") + text + ")" : std::string();
 }
 
-// Values that stand for "no data" in files that do not say so: averaged or interpolated
-// into their neighbours they would make real cells kilometres deep.
-[[nodiscard]] bool IsMarker(double v) {
-    return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20;
-}
+bool IsMarker(double v) { return IsNodataMarker(v); }
 
 // Metres per unit of the units that modellers' sources come in besides metres.
 struct UnitFactor {
@@ -90,17 +86,6 @@ std::string Lower(std::string text) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
 }
-
-// A source opened with what the user said about it laid over what it says itself.
-struct OpenedSource {
-    GDALDatasetUniquePtr ds;
-    OGRSpatialReference srs; // its system, traditional axis order
-    std::string givenSrsWkt; // the system the user gave, for the transformer; else empty
-    bool hasNoData = false;  // a nodata value is known (its tag, or given)
-    double noData = 0;
-    double factor = 1; // elevation in metres per value: unit and sign
-    std::vector<std::string> notes;
-};
 
 // A classic netCDF stores its values uncompressed after the header, so a file shorter
 // than them was cut short; the netCDF library reads the missing part as zeros.
@@ -167,8 +152,15 @@ void ReadValueMeaning(OpenedSource& s, const WarpSource& source) {
     s.factor = depths ? -scale : scale;
 }
 
+} // namespace
+
+bool IsNodataMarker(double v) {
+    return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20;
+}
+
 OpenedSource OpenSource(const WarpSource& source) {
     const std::string& path = source.path;
+    GDALAllRegister(); // a no-op once the drivers are in
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
     OpenedSource s;
@@ -210,6 +202,8 @@ OpenedSource OpenSource(const WarpSource& source) {
     ReadValueMeaning(s, source);
     return s;
 }
+
+namespace {
 
 OGRSpatialReference TargetSystem(int epsg) {
     OGRSpatialReference srs;

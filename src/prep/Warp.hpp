@@ -4,6 +4,8 @@
 #include "region/Grid2d.hpp"
 
 #include <gdal.h>
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
 
 #include <cstdint>
 #include <optional>
@@ -24,6 +26,27 @@ struct WarpSource {
     std::optional<double> zScale; // metres per unit of its values, over its unit's
     bool keepMarkers = false;   // values like -9999 in an untagged source are real values
 };
+
+// A source opened with what the user said about it laid over what it says itself: the one
+// reading of a source's system, nodata, unit and sign, shared by every command that reads
+// elevations.
+struct OpenedSource {
+    GDALDatasetUniquePtr ds;
+    OGRSpatialReference srs; // its system, traditional axis order
+    std::string givenSrsWkt; // the system the user gave, for the transformer; else empty
+    bool hasNoData = false;  // a nodata value is known (its tag, or given)
+    double noData = 0;
+    double factor = 1; // elevation in metres per value: unit and sign
+    std::vector<std::string> notes;
+};
+
+// Refused with PrepError, in words: a file GDAL cannot open, without georeference or
+// coordinate system (unless given), a system GDAL does not know, a classic netCDF cut short.
+[[nodiscard]] OpenedSource OpenSource(const WarpSource& source);
+
+// Values that stand for "no data" in files that do not say so: averaged or interpolated
+// into their neighbours they would make real cells kilometres deep.
+[[nodiscard]] bool IsNodataMarker(double v);
 
 struct WarpSettings {
     int epsg = 0;                  // the grid's coordinate system
