@@ -269,44 +269,17 @@ Placed PlaceGrid(const GridOptions& o, const Target& t, const Region* base) {
 }
 
 // Source k (1-based) of `count`, as an option names it.
-std::size_t SourceIndex(const char* option, int k, std::size_t count) {
-    if (k < 1 || static_cast<std::size_t>(k) > count)
-        throw PrepError(StringPrintf("%s %d: there are %zu sources", option, k, count));
-    return static_cast<std::size_t>(k - 1);
-}
-
 std::vector<WarpSource> Sources(const GridOptions& o) {
     if (o.sources.empty())
         throw PrepError("give at least one elevation source");
-    std::vector<WarpSource> sources;
     for (const std::string& path : o.sources) {
         const bool named = path.size() > 4 && (path.compare(path.size() - 4, 4, ".xml") == 0 ||
                                                path.compare(path.size() - 4, 4, ".XML") == 0);
         if (named && o.project.empty())
             throw PrepError(path + " looks like a project file: give --region N to build one of "
                                    "its regions");
-        WarpSource source;
-        source.path = path;
-        source.depthPositive = o.depthPositive;
-        source.srs = o.sourceSrs;
-        source.noData = o.sourceNoData;
-        source.zScale = o.zScale;
-        source.keepMarkers = o.keepMarkers;
-        sources.push_back(source);
     }
-    for (int k : o.depthPositiveSources)
-        sources[SourceIndex("--depth-positive-source", k, sources.size())].depthPositive = true;
-    for (const auto& [k, srs] : o.sourceSrsFor)
-        sources[SourceIndex("--srs-source", k, sources.size())].srs = srs;
-    for (const auto& [k, value] : o.sourceNoDataFor)
-        sources[SourceIndex("--nodata-source", k, sources.size())].noData = value;
-    for (const auto& [k, factor] : o.zScaleFor)
-        sources[SourceIndex("--z-scale-source", k, sources.size())].zScale = factor;
-    for (const WarpSource& source : sources)
-        if (source.zScale && (!std::isfinite(*source.zScale) || *source.zScale == 0))
-            throw PrepError(StringPrintf("--z-scale takes a finite factor other than 0, not %g",
-                                         *source.zScale));
-    return sources;
+    return SourcesAsGiven(o);
 }
 
 // Longitude-latitude bounds given latitude first miss the sources that, swapped, they

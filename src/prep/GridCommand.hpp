@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prep/Placement.hpp"
+#include "prep/Warp.hpp"
 
 #include <array>
 #include <cstdint>
@@ -11,7 +12,7 @@
 #include <vector>
 
 // `seaforge-prep grid`: one region's topography grid from elevation rasters.
-struct GridOptions {
+struct GridOptions : SourceOptions {
     // With a project: the region's system, spacing, output path and base come from it.
     std::string project;
     int region = 0; // RegionNo; 0 without a project
@@ -27,18 +28,6 @@ struct GridOptions {
     std::optional<std::array<double, 2>> origin;
     std::optional<std::array<int, 2>> size;
 
-    std::vector<std::string> sources; // later ones win where they hold valid data
-    bool depthPositive = false;       // every source holds depths, positive down
-    std::vector<int> depthPositiveSources; // 1-based positions in `sources`
-    // What the user says about the sources, over what the files say: for every source, and
-    // for source N (1-based), which wins over the former.
-    std::string sourceSrs; // an EPSG code or anything GDAL reads; empty: each its own
-    std::vector<std::pair<int, std::string>> sourceSrsFor;
-    std::optional<double> sourceNoData; // NaN allowed
-    std::vector<std::pair<int, double>> sourceNoDataFor;
-    std::optional<double> zScale; // metres per unit; none: from each source's unit
-    std::vector<std::pair<int, double>> zScaleFor;
-    bool keepMarkers = false; // -9999 and the like in untagged sources are real values
     std::string resampling;               // empty: averaging or bilinear, per source
     std::optional<double> fill;           // value of cells no source covers
     std::string geotiff;                  // also write this float GeoTIFF

@@ -123,38 +123,7 @@ std::vector<std::pair<std::string, Bounds>> FaultOutlines(const std::string& pat
 
 // The sources with what the options say of each, as the grid command lays its options
 // over them: an option for source N wins over the one for every source.
-std::vector<WarpSource> Sources(const NestOptions& o) {
-    std::vector<WarpSource> sources;
-    for (const std::string& path : o.sources) {
-        WarpSource w;
-        w.path = path;
-        w.depthPositive = o.depthPositive;
-        w.srs = o.sourceSrs;
-        w.noData = o.sourceNoData;
-        w.zScale = o.zScale;
-        w.keepMarkers = o.keepMarkers;
-        sources.push_back(w);
-    }
-    const auto at = [&](const char* option, int k) -> WarpSource& {
-        if (k < 1 || static_cast<std::size_t>(k) > sources.size())
-            throw PrepError(StringPrintf("%s %d: there are %zu sources", option, k,
-                                         sources.size()));
-        return sources[static_cast<std::size_t>(k - 1)];
-    };
-    for (int k : o.depthPositiveSources)
-        at("--depth-positive-source", k).depthPositive = true;
-    for (const auto& [k, srs] : o.sourceSrsFor)
-        at("--srs-source", k).srs = srs;
-    for (const auto& [k, value] : o.sourceNoDataFor)
-        at("--nodata-source", k).noData = value;
-    for (const auto& [k, factor] : o.zScaleFor)
-        at("--z-scale-source", k).zScale = factor;
-    for (const WarpSource& w : sources)
-        if (w.zScale && (!std::isfinite(*w.zScale) || *w.zScale == 0))
-            throw PrepError(StringPrintf("--z-scale takes a finite factor other than 0, not %g",
-                                         *w.zScale));
-    return sources;
-}
+std::vector<WarpSource> Sources(const NestOptions& o) { return SourcesAsGiven(o); }
 
 int Nest(const NestOptions& o) {
     if (o.output.empty())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prep/Placement.hpp"
+#include "prep/Warp.hpp"
 
 #include <array>
 #include <optional>
@@ -10,7 +11,7 @@
 
 // `seaforge-prep nest`: the nested chain for a place, designed from the elevation data,
 // written as a plan in the output folder and built there (see BuildCommand.hpp).
-struct NestOptions {
+struct NestOptions : SourceOptions {
     std::optional<std::array<double, 2>> site; // longitude, latitude
     std::string radius = "1km";                // around the site: "3km", "500m", "800"
     std::optional<Bounds> area;                // or the area of interest, degrees
@@ -28,18 +29,6 @@ struct NestOptions {
     std::string stations;
     std::string coastPoints;
     double totalTime = 3600;
-    std::vector<std::string> sources; // later ones win where they hold valid data
-    bool depthPositive = false;       // every source holds depths, positive down
-    std::vector<int> depthPositiveSources; // 1-based
-    // The grid command's source options, for every source and for source N (1-based),
-    // which wins over the former; recorded in the plan for each source.
-    std::string sourceSrs;
-    std::vector<std::pair<int, std::string>> sourceSrsFor;
-    std::optional<double> sourceNoData; // NaN allowed
-    std::vector<std::pair<int, double>> sourceNoDataFor;
-    std::optional<double> zScale;
-    std::vector<std::pair<int, double>> zScaleFor;
-    bool keepMarkers = false;
     std::string resampling;
     bool planOnly = false;
     bool force = false; // replace a folder that holds another project

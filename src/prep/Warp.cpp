@@ -154,6 +154,39 @@ void ReadValueMeaning(OpenedSource& s, const WarpSource& source) {
 
 } // namespace
 
+std::vector<WarpSource> SourcesAsGiven(const SourceOptions& o) {
+    std::vector<WarpSource> sources;
+    for (const std::string& path : o.sources) {
+        WarpSource source;
+        source.path = path;
+        source.depthPositive = o.depthPositive;
+        source.srs = o.sourceSrs;
+        source.noData = o.sourceNoData;
+        source.zScale = o.zScale;
+        source.keepMarkers = o.keepMarkers;
+        sources.push_back(source);
+    }
+    const auto at = [&](const char* option, int k) -> WarpSource& {
+        if (k < 1 || static_cast<std::size_t>(k) > sources.size())
+            throw PrepError(StringPrintf("%s %d: there are %zu sources", option, k,
+                                         sources.size()));
+        return sources[static_cast<std::size_t>(k - 1)];
+    };
+    for (int k : o.depthPositiveSources)
+        at("--depth-positive-source", k).depthPositive = true;
+    for (const auto& [k, srs] : o.sourceSrsFor)
+        at("--srs-source", k).srs = srs;
+    for (const auto& [k, value] : o.sourceNoDataFor)
+        at("--nodata-source", k).noData = value;
+    for (const auto& [k, factor] : o.zScaleFor)
+        at("--z-scale-source", k).zScale = factor;
+    for (const WarpSource& source : sources)
+        if (source.zScale && (!std::isfinite(*source.zScale) || *source.zScale == 0))
+            throw PrepError(StringPrintf("--z-scale takes a finite factor other than 0, not %g",
+                                         *source.zScale));
+    return sources;
+}
+
 bool IsNodataMarker(double v) {
     return v == -9999 || v == -32768 || v == -32767 || std::fabs(v) >= 1e20;
 }

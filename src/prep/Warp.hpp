@@ -48,6 +48,26 @@ struct OpenedSource {
 // into their neighbours they would make real cells kilometres deep.
 [[nodiscard]] bool IsNodataMarker(double v);
 
+// The elevation sources as a command line gives them, with what the user says about them
+// over what the files say: for every source, and for source N (1-based), which wins over
+// the former. Shared by the commands that read sources, so each option means one thing.
+struct SourceOptions {
+    std::vector<std::string> sources; // later ones win where they hold valid data
+    bool depthPositive = false;       // every source holds depths, positive down
+    std::vector<int> depthPositiveSources; // 1-based positions in `sources`
+    std::string sourceSrs; // an EPSG code or anything GDAL reads; empty: each its own
+    std::vector<std::pair<int, std::string>> sourceSrsFor;
+    std::optional<double> sourceNoData; // NaN allowed
+    std::vector<std::pair<int, double>> sourceNoDataFor;
+    std::optional<double> zScale; // metres per unit; none: from each source's unit
+    std::vector<std::pair<int, double>> zScaleFor;
+    bool keepMarkers = false; // -9999 and the like in untagged sources are real values
+};
+
+// One WarpSource a path, the options laid on; an option naming a source that is not
+// there, or a --z-scale that is not a finite factor other than 0, is refused in words.
+[[nodiscard]] std::vector<WarpSource> SourcesAsGiven(const SourceOptions& options);
+
 struct WarpSettings {
     int epsg = 0;                  // the grid's coordinate system
     std::string resampling;        // a gdalwarp method name; empty: chosen per source
