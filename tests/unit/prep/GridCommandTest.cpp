@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
 
 #include <sys/stat.h>
@@ -17,35 +15,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
 Outcome RunCaptured(const GridOptions& options) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const int status = RunGrid(options);
-    std::string out = testing::internal::GetCapturedStdout();
-    return {status, out, testing::internal::GetCapturedStderr()};
+    return Captured([&] { return RunGrid(options); });
 }
 
-// A geographic source over 139.5 .. 140.5 E, 34.5 .. 35.5 N at 0.01 degree whose value
-// grows to the north and east: -1000 in the south-west.
-RasterLayout Geographic(const char* driver = "GTiff") {
+// A geographic source: 100 x 100 pixels of 0.01 degree over 139.5 .. 140.5 E, 34.5 .. 35.5 N,
+// or off centre, 40 x 40 pixels of 0.025 degree from 139.4875 E, 35.5125 N.
+RasterLayout Geographic(const char* driver = "GTiff", bool offCentre = false) {
     RasterLayout layout;
     layout.driver = driver;
-    layout.nx = 100;
-    layout.ny = 100;
-    layout.transform = {139.5, 0.01, 0, 35.5, 0, -0.01};
+    layout.nx = layout.ny = offCentre ? 40 : 100;
+    layout.transform = offCentre ? std::array<double, 6>{139.4875, 0.025, 0, 35.5125, 0, -0.025}
+                                 : std::array<double, 6>{139.5, 0.01, 0, 35.5, 0, -0.01};
     return layout;
 }
+RasterLayout OffCentre(const char* driver = "GTiff") { return Geographic(driver, true); }
+// Grows to the north and east: -1000 in the south-west.
 double Slope(int column, int line) { return -1000.0 + 3.0 * column + 7.0 * (99 - line); }
 
 GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bounds,
@@ -60,27 +45,11 @@ GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bou
     return o;
 }
 
-// 40 x 40 pixels of 0.025 degrees from 139.4875 E, 35.5125 N.
-RasterLayout OffCentre(const char* driver = "GTiff") {
-    RasterLayout layout;
-    layout.driver = driver;
-    layout.nx = 40;
-    layout.ny = 40;
-    layout.transform = {139.4875, 0.025, 0, 35.5125, 0, -0.025};
-    return layout;
-}
-
 // A 0.1 degree grid over 139.5 .. 140 E, 34.5 .. 35.5 N, nearest neighbour: the centre of
 // cell (i, j) lies in the middle of pixel (4 i + 2, 38 - 4 j), whose value it takes.
 GridOptions NearestWest(const TempDir& dir, std::vector<std::string> sources) {
-    GridOptions o;
-    o.epsg = 4326;
-    o.spacing = 0.1;
-    o.bounds = Bounds{139.5, 34.5, 140.0, 35.5};
-    o.output = (dir.path() / "out.txt").string();
+    GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.5, 34.5, 140.0, 35.5}, std::move(sources));
     o.resampling = "near";
-    for (const std::string& s : sources)
-        o.sources.push_back((dir.path() / s).string());
     return o;
 }
 
@@ -185,6 +154,7 @@ TEST(PrepGrid, DepthsPositiveDownBecomeElevations) {
     };
     const Case cases[] = {{true, {}, -25, -40}, {false, {2}, -25, 40}, {false, {1}, 25, -40}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.west);
         GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.5, 34.5, 140.5, 35.5},
                                    {"a.tif", "b.asc"});
         o.depthPositive = c.all;
@@ -218,6 +188,13 @@ TEST(PrepGrid, UncoveredCellsAreAnErrorUnlessFilledOnPurpose) {
     const Region grid = ReadBack(o.output, 0.1);
     EXPECT_EQ(grid.grid(7, 3), -5000);
     EXPECT_NE(grid.grid(4, 3), -5000);
+
+    // Even where no source holds data, and every cell holds the same value.
+    o.bounds = Bounds{150, 10, 151, 11};
+    o.fill = -4000;
+    const Outcome flat = RunCaptured(o);
+    ASSERT_EQ(flat.status, 0) << flat.err;
+    EXPECT_NE(flat.out.find("  values       -4000 .. -4000\n"), std::string::npos) << flat.out;
 }
 
 TEST(PrepGrid, AFailedRunLeavesTheOldGridWhole) {
@@ -234,11 +211,7 @@ TEST(PrepGrid, AFailedRunLeavesTheOldGridWhole) {
     EXPECT_EQ(unwritable.err,
               "seaforge-prep: cannot write " + o.output + ": No such file or directory\n");
     EXPECT_EQ(Slurp(old), "a good grid");
-    std::vector<std::string> left;
-    for (const auto& entry : fs::directory_iterator(dir.path()))
-        left.push_back(entry.path().filename().string());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ(left, (std::vector<std::string>{"out.bin", "src.tif"}));
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"out.bin", "src.tif"}));
 
     o.output = old;
     ASSERT_EQ(RunCaptured(o).status, 0);
@@ -321,16 +294,6 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
     }
 }
 
-TEST(PrepGrid, AFlatGridIsWrittenOnlyWhenFilledOnPurpose) {
-    TempDir dir;
-    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
-    GridOptions o = Standalone(dir.path(), 4326, 0.1, {150, 10, 151, 11}, {"src.tif"});
-    o.fill = -4000;
-    const Outcome run = RunCaptured(o);
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("  values       -4000 .. -4000\n"), std::string::npos) << run.out;
-}
-
 TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
     TempDir dir;
     MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
@@ -376,11 +339,7 @@ TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
                     kind == fs::file_type::directory)
             << c.path;
     }
-    std::vector<std::string> left;
-    for (const auto& entry : fs::directory_iterator(dir.path()))
-        left.push_back(entry.path().filename().string());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ(left, (std::vector<std::string>{"fifo", "folder", "grids", "link.tif", "link.txt",
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"fifo", "folder", "grids", "link.tif", "link.txt",
                                               "src.tif"}));
 }
 
@@ -548,13 +507,12 @@ TEST(PrepGrid, AGridWithoutSystemTakesTheOneGiven) {
     EXPECT_EQ(refused.err, "seaforge-prep: " + o.sources[0] + ": has no coordinate system; say "
                            "which it is with --source-srs CODE (for example --source-srs 4326 "
                            "for longitude and latitude in degrees)\n");
-    for (const auto& given : {std::function<void(GridOptions&)>(
-                                  [](GridOptions& g) { g.sourceSrs = "4326"; }),
-                              std::function<void(GridOptions&)>([](GridOptions& g) {
-                                  g.sourceSrsFor = {{1, "EPSG:4326"}};
-                              })}) {
+    for (const bool forAll : {true, false}) {
         GridOptions with = o;
-        given(with);
+        if (forAll)
+            with.sourceSrs = "4326";
+        else
+            with.sourceSrsFor = {{1, "EPSG:4326"}};
         const Outcome run = RunCaptured(with);
         ASSERT_EQ(run.status, 0) << run.err;
         const Region grid = ReadBack(o.output, 0.1);

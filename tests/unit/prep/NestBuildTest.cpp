@@ -13,18 +13,11 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <fstream>
-#include <iterator>
 #include <regex>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // A coast with a coarse source over the whole chain and a finer one near the site, and
 // a fault off the coast.
@@ -81,11 +74,13 @@ std::vector<double> CflNumbers(const std::string& console) {
     return numbers;
 }
 
-std::size_t Count(const std::string& text, const std::string& what) {
-    std::size_t n = 0;
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
-        ++n;
-    return n;
+const Place kHawaii{"Hawaii", -155.05, 19.72, 0};
+
+// The plan alone, as --plan-only writes it; its path.
+fs::path PlanOnly(const TempDir& dir, NestOptions o) {
+    o.planOnly = true;
+    EXPECT_EQ(RunNest(o), 0);
+    return dir.path() / "out" / kPlanName;
 }
 
 class NestPlace : public testing::TestWithParam<Place> {};
@@ -97,11 +92,9 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
     const Place& place = GetParam();
     TempDir dir;
     WriteInputs(dir, place);
-    testing::internal::CaptureStderr();
-    const int status = RunNest(Options(dir, place));
-    const std::string err = testing::internal::GetCapturedStderr();
+    const Outcome nest = Captured([&] { return RunNest(Options(dir, place)); });
     const fs::path out = dir.path() / "out";
-    EXPECT_EQ(status, 0) << err << Slurp(out / "Check.txt");
+    EXPECT_EQ(nest.status, 0) << nest.err << Slurp(out / "Check.txt");
 
     const Plan plan = ReadPlan((out / kPlanName).string());
     ASSERT_EQ(plan.regions.size(), 4u);
@@ -153,21 +146,10 @@ TEST_P(NestPlace, ChainRunsAndChecksClean) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Places, NestPlace,
-                         testing::Values(Place{"Sanriku", 141.89, 39.27, 2452},
-                                         Place{"Hawaii", -155.05, 19.72, 0}),
+                         testing::Values(Place{"Sanriku", 141.89, 39.27, 2452}, kHawaii),
                          [](const testing::TestParamInfo<Place>& place) {
                              return std::string(place.param.name);
                          });
-
-const Place kHawaii{"Hawaii", -155.05, 19.72, 0};
-
-std::vector<std::string> Names(const fs::path& dir) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 TEST(NestBuild, PlanOnlyWritesThePlanAndBuildsNothing) {
     TempDir dir;
@@ -175,9 +157,9 @@ TEST(NestBuild, PlanOnlyWritesThePlanAndBuildsNothing) {
     NestOptions o = Options(dir, kHawaii);
     o.planOnly = true;
     o.quiet = false;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(RunNest(o), 0);
-    const std::string out = testing::internal::GetCapturedStdout();
+    const Outcome nest = Captured([&] { return RunNest(o); });
+    EXPECT_EQ(nest.status, 0);
+    const std::string& out = nest.out;
     EXPECT_EQ(Names(dir.path() / "out"), std::vector<std::string>{"Plan.json"});
     EXPECT_NE(out.find("every region is geographic (EPSG 4326)"), std::string::npos) << out;
     EXPECT_NE(out.find("  4  Site      4326  0.0003"), std::string::npos) << out;
@@ -236,13 +218,10 @@ TEST(NestBuild, RebuildAfterAnEditMakesOnlyWhatDependsOnIt) {
     age();
     BuildOptions build;
     build.plan = (out / kPlanName).string();
-    build.quiet = true;
     build.json = true;
-    build.quiet = false;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(RunBuild(build), 0);
-    const std::string table = testing::internal::GetCapturedStdout();
-    build.quiet = true;
+    const Outcome shown = Captured([&] { return RunBuild(build); });
+    EXPECT_EQ(shown.status, 0);
+    const std::string& table = shown.out;
     EXPECT_EQ(rebuilt(), std::vector<int>{});
     const nlohmann::json report = nlohmann::json::parse(Slurp(out / "Check.json"), nullptr, false);
     ASSERT_TRUE(report.is_object()) << "Check.json with --json";
@@ -266,6 +245,7 @@ TEST(NestBuild, RebuildAfterAnEditMakesOnlyWhatDependsOnIt) {
     }
     EXPECT_EQ(jumps, 3) << "every nested region's boundary";
     build.json = false;
+    build.quiet = true;
 
     plan.regions[2].bounds[0] -= plan.regions[1].spacing;
     WritePlan((out / kPlanName).string(), plan);
@@ -290,9 +270,9 @@ TEST_P(NestRefuses, OneLineAndNothingWritten) {
     GetParam().change(o, dir);
     const bool existed = fs::exists(dir.path() / "out");
     const std::vector<std::string> before = existed ? Names(dir.path() / "out") : std::vector<std::string>{};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(RunNest(o), 1);
-    const std::string err = testing::internal::GetCapturedStderr();
+    const Outcome nest = Captured([&] { return RunNest(o); });
+    const std::string& err = nest.err;
+    EXPECT_EQ(nest.status, 1);
     EXPECT_EQ(Count(err, "\n"), 1u) << err;
     EXPECT_EQ(err.rfind("seaforge-prep: ", 0), 0u) << err;
     EXPECT_NE(err.find(GetParam().message), std::string::npos) << err;
@@ -344,20 +324,16 @@ class BuildRefuses : public testing::TestWithParam<BadPlan> {};
 TEST_P(BuildRefuses, BeforeAnyGridIsWritten) {
     TempDir dir;
     WriteInputs(dir, kHawaii);
-    NestOptions o = Options(dir, kHawaii);
-    o.planOnly = true;
-    ASSERT_EQ(RunNest(o), 0);
-    const fs::path planPath = dir.path() / "out" / kPlanName;
+    const fs::path planPath = PlanOnly(dir, Options(dir, kHawaii));
     Plan plan = ReadPlan(planPath.string());
     GetParam().change(plan);
     WritePlan(planPath.string(), plan);
     BuildOptions build;
     build.plan = planPath.string();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(RunBuild(build), 1);
-    const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(Count(err, "\n"), 1u) << err;
-    EXPECT_NE(err.find(GetParam().message), std::string::npos) << err;
+    const Outcome refused = Captured([&] { return RunBuild(build); });
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(Count(refused.err, "\n"), 1u) << refused.err;
+    EXPECT_NE(refused.err.find(GetParam().message), std::string::npos) << refused.err;
     EXPECT_EQ(Names(dir.path() / "out"), std::vector<std::string>{"Plan.json"});
 }
 
@@ -424,9 +400,7 @@ TEST(NestBuild, AreaHeldByTheFinestRegion) {
     o.site.reset();
     const Bounds area = {-155.06, 19.71, -155.03, 19.73};
     o.area = area;
-    o.planOnly = true;
-    ASSERT_EQ(RunNest(o), 0);
-    const Plan plan = ReadPlan((dir.path() / "out" / kPlanName).string());
+    const Plan plan = ReadPlan(PlanOnly(dir, o).string());
     const PlanRegion& finest = plan.regions.back();
     const double spare = 10 * finest.spacing - 1e-9;
     EXPECT_LE(finest.bounds[0], area[0] - spare);
@@ -494,10 +468,8 @@ TEST(NestBuild, SourceOptionsGiveTheSameGrids) {
         o.force = true;
         o.sources[0] = c.source;
         c.options(o);
-        testing::internal::CaptureStderr();
-        const int status = RunNest(o);
-        const std::string err = testing::internal::GetCapturedStderr();
-        ASSERT_EQ(status, 0) << err;
+        const Outcome nest = Captured([&] { return RunNest(o); });
+        ASSERT_EQ(nest.status, 0) << nest.err;
         const Plan plan = ReadPlan((dir.path() / "variant" / kPlanName).string());
         ASSERT_EQ(plan.regions.size(), heights.regions.size());
         for (std::size_t k = 0; k < plan.regions.size(); ++k) {
@@ -538,25 +510,23 @@ TEST(NestBuild, UntaggedMarkerRefusedAsTheGridRefusesIt) {
     grid.output = (dir.path() / "grid.txt").string();
     grid.sources = Options(dir, kHawaii).sources;
     grid.quiet = true;
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(RunGrid(grid), 1);
-    const std::string refusal = testing::internal::GetCapturedStderr();
+    const Outcome gridRefusal = Captured([&] { return RunGrid(grid); });
+    ASSERT_EQ(gridRefusal.status, 1);
+    const std::string& refusal = gridRefusal.err;
     ASSERT_NE(refusal.find("--nodata-source 2 -9999"), std::string::npos) << refusal;
 
     for (const bool planOnly : {true, false}) {
         NestOptions o = Options(dir, kHawaii);
         o.planOnly = planOnly;
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(RunNest(o), 1);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), refusal) << planOnly;
+        const Outcome refused = Captured([&] { return RunNest(o); });
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.err, refusal) << planOnly;
         EXPECT_FALSE(fs::exists(dir.path() / "out"));
     }
     NestOptions o = Options(dir, kHawaii);
     o.sourceNoData = -9999;
-    testing::internal::CaptureStderr();
-    const int status = RunNest(o);
-    const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 0) << err << Slurp(dir.path() / "out" / "Check.txt");
+    const Outcome taken = Captured([&] { return RunNest(o); });
+    EXPECT_EQ(taken.status, 0) << taken.err << Slurp(dir.path() / "out" / "Check.txt");
     const Plan plan = ReadPlan((dir.path() / "out" / kPlanName).string());
     for (const PlanRegion& r : plan.regions)
         for (const PlanSource& s : r.sources)

@@ -9,11 +9,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
@@ -156,4 +159,42 @@ inline std::string GridText(int nx, int ny, double orgX, double orgY,
             text += line;
         }
     return text;
+}
+
+// A file's bytes; "" when it cannot be read.
+inline std::string Slurp(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline std::size_t Count(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        ++n;
+    return n;
+}
+
+// What a folder holds, by name, sorted.
+inline std::vector<std::string> Names(const std::filesystem::path& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A command run in the test's own process, as its user sees it.
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+template <class Command>
+Outcome Captured(Command&& command) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int status = command();
+    std::string out = testing::internal::GetCapturedStdout();
+    return {status, std::move(out), testing::internal::GetCapturedStderr()};
 }
