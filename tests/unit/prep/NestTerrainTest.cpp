@@ -1,7 +1,6 @@
 #include "prep/Terrain.hpp"
 
-#include "prep/PrepError.hpp"
-#include "prep/PrepTestSupport.hpp"
+#include "prep/NestTestSupport.hpp"
 #include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
@@ -86,41 +85,33 @@ TEST(NestTerrain, SourcesTakenAsTheGridCommandTakesThem) {
     netCdf.driver = "netCDF";
     RasterLayout gmt = netCdf;
     gmt.epsg = 0;
+    const auto same = [](double v) { return v; };
+    const auto negated = [](double v) { return -v; };
+    const WarpSource marked = make("marked.tif", layout, {}, same);
     struct Case {
         const char* what;
         WarpSource source;
+        std::function<void(WarpSource&)> change; // besides naming the marker
     };
-    std::vector<Case> cases;
-    const auto with = [](WarpSource s, const std::function<void(WarpSource&)>& change) {
-        change(s);
-        return s;
+    const Case cases[] = {
+        {"nodata given", marked, [](WarpSource&) {}},
+        {"depths by option", make("depths.tif", layout, {}, negated),
+         [](WarpSource& s) { s.depthPositive = true; }},
+        {"depths by positive = down", make("down.nc", netCdf, {"", {{"positive", "down"}}}, negated),
+         [](WarpSource&) {}},
+        {"no system, given", make("gmt.nc", gmt, {}, same), [](WarpSource& s) { s.srs = "4326"; }},
+        {"feet by its unit", make("feet.tif", layout, {"ft", {}}, [](double v) { return v / 0.3048; }),
+         [](WarpSource&) {}},
+        {"--z-scale", make("halves.tif", layout, {}, [](double v) { return 2 * v; }),
+         [](WarpSource& s) { s.zScale = 0.5; }},
     };
-    const auto same = [](double v) { return v; };
-    const WarpSource marked = make("marked.tif", layout, {}, same);
-    cases.push_back({"nodata given", with(marked, [](WarpSource& s) { s.noData = -9999; })});
-    cases.push_back({"depths by option",
-                     with(make("depths.tif", layout, {}, [](double v) { return -v; }),
-                          [](WarpSource& s) { s.depthPositive = true; s.noData = -9999; })});
-    cases.push_back({"depths by positive = down",
-                     with(make("down.nc", netCdf, {"", {{"positive", "down"}}},
-                               [](double v) { return -v; }),
-                          [](WarpSource& s) { s.noData = -9999; })});
-    cases.push_back({"no system, given", with(make("gmt.nc", gmt, {}, same), [](WarpSource& s) {
-                         s.srs = "4326";
-                         s.noData = -9999;
-                     })});
-    cases.push_back({"feet by its unit",
-                     with(make("feet.tif", layout, {"ft", {}}, [](double v) { return v / 0.3048; }),
-                          [](WarpSource& s) { s.noData = -9999; })});
-    cases.push_back({"--z-scale", with(make("halves.tif", layout, {}, [](double v) { return 2 * v; }),
-                                       [](WarpSource& s) {
-                                           s.zScale = 0.5;
-                                           s.noData = -9999;
-                                       })});
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
+        WarpSource source = c.source;
+        source.noData = -9999;
+        c.change(source);
         const std::unique_ptr<Terrain> terrains[] = {
-            OpenTerrain(c.source, 1, near), std::make_unique<RasterTerrain>(c.source, 1, 4e6, near)};
+            OpenTerrain(source, 1, near), std::make_unique<RasterTerrain>(source, 1, 4e6, near)};
         for (const auto& terrain : terrains) {
             for (const auto& [col, line] : {std::pair{5, 7}, std::pair{59, 39}, std::pair{30, 20}}) {
                 const double lon = 10.0 + (col + 0.5) * 0.01;
@@ -133,17 +124,9 @@ TEST(NestTerrain, SourcesTakenAsTheGridCommandTakesThem) {
         }
     }
     // Not named, the marker is refused as the grid command refuses it.
-    const auto refusal = [&](const std::function<void()>& read) {
-        try {
-            read();
-        } catch (const PrepError& e) {
-            return std::string(e.what());
-        }
-        return std::string("nothing refused");
-    };
     for (const std::string& message :
-         {refusal([&] { (void)OpenTerrain(marked, 3, near)->ElevationAt(10.075, 49.905); }),
-          refusal([&] { (void)RasterTerrain(marked, 3, 4e6, near); })}) {
+         {Refusal([&] { (void)OpenTerrain(marked, 3, near)->ElevationAt(10.075, 49.905); }),
+          Refusal([&] { (void)RasterTerrain(marked, 3, 4e6, near); })}) {
         EXPECT_NE(message.find(marked.path + ": holds -9999 where the grid reads it"),
                   std::string::npos)
             << message;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "prep/PrepError.hpp"
 #include "prep/PrepTestSupport.hpp"
 
 #include <cmath>
@@ -46,3 +47,14 @@ struct Coast {
         });
     }
 };
+
+// What a refusal says; "" when nothing was refused.
+template <class Call>
+std::string Refusal(Call&& call) {
+    try {
+        call();
+    } catch (const PrepError& e) {
+        return e.what();
+    }
+    return "";
+}
