@@ -1,5 +1,6 @@
 #include "prep/CheckCommand.hpp"
 
+#include "prep/PrepTestSupport.hpp"
 #include "support/RunSeaforge.hpp"
 #include "support/TempDir.hpp"
 
@@ -8,9 +9,7 @@
 
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 
 namespace {
@@ -28,11 +27,6 @@ std::string TextGrid(int nx, int ny, double orgX, double orgY,
 }
 
 std::string Depth(double v) { return std::to_string(v); }
-
-std::string Slurp(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // A clean two-region project in one system: an outer region of 20 x 20 points of 0.01
 // degree and a nested one of 25 x 25 points of 0.002 degree on its cells, 100 m deep but
@@ -114,15 +108,11 @@ Checked Check(const TempDir& dir) {
     CheckOptions o;
     o.project = "project.xml";
     o.json = true;
-    testing::internal::CaptureStdout();
-    const int status = RunCheck(o);
-    const std::string json = testing::internal::GetCapturedStdout();
+    const Outcome json = Captured([&] { return RunCheck(o); });
     o.json = false;
-    testing::internal::CaptureStdout();
-    (void)RunCheck(o);
-    const std::string text = testing::internal::GetCapturedStdout();
+    const std::string text = Captured([&] { return RunCheck(o); }).out;
     std::filesystem::current_path(back);
-    return {status, nlohmann::json::parse(json), text};
+    return {json.status, nlohmann::json::parse(json.out), text};
 }
 
 } // namespace
@@ -156,6 +146,7 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
         std::vector<std::string> expected; // "error  ..." or "warning  ...", in order
     };
     const auto one = [](double v) { return [v](int, int) { return Depth(v); }; };
+    const auto jump = [](int i, int j) { return Depth(i == 9 && j == 9 ? -149 : -150); };
     const auto hill = [](double height) {
         return [height](int i, int j) { return Depth(i == 15 && j == 15 ? height : -100); };
     };
@@ -180,22 +171,22 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
          {"warning  region 2 (Inner): its cell edges do not fall on region 1 (Outer)'s cell edges"}},
         {"ratio", [](Project& p) { p.innerSpacing = 0.003; },
          {"warning  region 2 (Inner): its spacing 0.003 does not divide region 1 (Outer)'s spacing 0.01"}},
-        {"jump", [](Project& p) { p.innerValue = [](int i, int j) { return Depth(i == 9 && j == 9 ? -149 : -150); }; },
+        {"jump", [jump](Project& p) { p.innerValue = jump; },
          {"warning  region 2 (Inner): along its boundary 96 of 96 points differ from region 1 "
           "(Outer)'s depths by more than 10 % of the depth or 5 m; the largest, 50 m"}},
         // Flush with the base's eastern or northern edge (to within rounding): the nested
         // points beyond the base's last points have no base depth to compare with (76 less
         // 22).
         {"jump flush east",
-         [](Project& p) {
+         [jump](Project& p) {
              p.innerSpacing = 0.0025, p.innerPoints = 20, p.innerOrgX = 140.1512499, p.innerOrgY = 35.05125;
-             p.innerValue = [](int i, int j) { return Depth(i == 9 && j == 9 ? -149 : -150); };
+             p.innerValue = jump;
          },
          {"warning  region 2 (Inner): along its boundary 54 of 54 points differ"}},
         {"jump flush north",
-         [](Project& p) {
+         [jump](Project& p) {
              p.innerSpacing = 0.0025, p.innerPoints = 20, p.innerOrgX = 140.05125, p.innerOrgY = 35.1512499;
-             p.innerValue = [](int i, int j) { return Depth(i == 9 && j == 9 ? -149 : -150); };
+             p.innerValue = jump;
          },
          {"warning  region 2 (Inner): along its boundary 54 of 54 points differ"}},
         {"cut off",
@@ -341,32 +332,32 @@ TEST(PrepCheck, TheRegionTableIsTheRunsTimeStep) {
 }
 
 TEST(PrepCheck, WhatTheRunRefusesComesFirstWithTheRunsOwnReason) {
-    const std::function<void(const TempDir&)> breakages[] = {
-        [](const TempDir& dir) { // no TotalTime
+    // The project's text changed by `edit`.
+    const auto inXml = [](void (*edit)(std::string&)) {
+        return [edit](const TempDir& dir) {
             std::string xml = Slurp(dir.path() / "project.xml");
-            xml.replace(xml.find("<TotalTime>600</TotalTime>"), 26, "");
+            edit(xml);
             dir.Write("project.xml", xml);
-        },
+        };
+    };
+    const std::function<void(const TempDir&)> breakages[] = {
+        inXml([](std::string& xml) { Replace(xml, "<TotalTime>600</TotalTime>", ""); }),
         [](const TempDir& dir) { dir.Write("inner.txt", "3 2\n140.1 35.1\n1 2 3 4 5\n"); },
         [](const TempDir& dir) { // the nested grid reaches past its base's eastern edge
             dir.Write("inner.txt", TextGrid(25, 25, 140.151, 35.051, Project{}.innerValue));
         },
         [](const TempDir& dir) { dir.Write("fault.txt", "35.0 140.1 5000\n"); },
-        [](const TempDir& dir) { // a colour table file that is not there
-            std::string xml = Slurp(dir.path() / "project.xml");
-            xml.insert(xml.find("</Project>"), "<GeotiffSetting><Topography><FileName>gone.clr"
-                                               "</FileName></Topography></GeotiffSetting>");
-            dir.Write("project.xml", xml);
-        },
-        [](const TempDir& dir) { // a deformation stage file that is not there
-            std::string xml = Slurp(dir.path() / "project.xml");
-            xml.insert(xml.find("</CalcParameter>"),
-                       "<DynamicDeformationParameter><FileName>gone.txt</FileName>"
-                       "</DynamicDeformationParameter>");
-            dir.Write("project.xml", xml);
-        },
+        inXml([](std::string& xml) { // a colour table file that is not there
+            Replace(xml, "</Project>", "<GeotiffSetting><Topography><FileName>gone.clr</FileName>"
+                                       "</Topography></GeotiffSetting></Project>");
+        }),
+        inXml([](std::string& xml) { // a deformation stage file that is not there
+            Replace(xml, "</CalcParameter>", "<DynamicDeformationParameter><FileName>gone.txt"
+                                             "</FileName></DynamicDeformationParameter></CalcParameter>");
+        }),
     };
     for (const auto& breakage : breakages) {
+        SCOPED_TRACE(&breakage - breakages);
         TempDir dir;
         Write(dir, Project{});
         breakage(dir);
