@@ -14,20 +14,6 @@
 
 namespace {
 
-// A text grid of nx x ny points from (orgX, orgY), value(i, j) with j = 0 at the south.
-std::string TextGrid(int nx, int ny, double orgX, double orgY,
-                     const std::function<std::string(int, int)>& value) {
-    char origin[64];
-    std::snprintf(origin, sizeof origin, "%.12g %.12g\n", orgX, orgY);
-    std::string text = std::to_string(nx) + " " + std::to_string(ny) + "\n" + origin;
-    for (int j = 0; j < ny; ++j)
-        for (int i = 0; i < nx; ++i)
-            text += value(i, j) + (i + 1 == nx ? "\n" : " ");
-    return text;
-}
-
-std::string Depth(double v) { return std::to_string(v); }
-
 // A clean two-region project in one system: an outer region of 20 x 20 points of 0.01
 // degree and a nested one of 25 x 25 points of 0.002 degree on its cells, 100 m deep but
 // for one cell of 99 m in the north-east of each.
@@ -40,11 +26,11 @@ struct Project {
     double innerOrgX = 140.051;
     double innerOrgY = 35.051;
     bool inner = true; // without it, a project of one region
-    std::function<std::string(int, int)> outer = [](int i, int j) {
-        return Depth(i == 19 && j == 19 ? -99 : -100);
+    std::function<double(int, int)> outer = [](int i, int j) {
+        return i == 19 && j == 19 ? -99 : -100;
     };
-    std::function<std::string(int, int)> innerValue = [](int i, int j) {
-        return Depth(i == 20 && j == 20 ? -99 : -100);
+    std::function<double(int, int)> innerValue = [](int i, int j) {
+        return i == 20 && j == 20 ? -99 : -100;
     };
     std::string stations = "";       // a station list's content, when there is one
     bool twoStationLists = false;
@@ -56,9 +42,9 @@ struct Project {
 
 void Write(const TempDir& dir, const Project& p) {
     dir.Write("fault.txt", "35.0 140.1 5000 0 30 45 90 10000 5000 1.0 \"F1\"\n");
-    dir.Write("outer.txt", TextGrid(20, 20, p.outerOrgX, 35.005, p.outer));
+    dir.Write("outer.txt", GridText(20, 20, p.outerOrgX, 35.005, p.outer));
     dir.Write("inner.txt",
-              TextGrid(p.innerPoints, p.innerPoints, p.innerOrgX, p.innerOrgY, p.innerValue));
+              GridText(p.innerPoints, p.innerPoints, p.innerOrgX, p.innerOrgY, p.innerValue));
     std::string stations;
     if (!p.stations.empty()) {
         dir.Write("stations.txt", p.stations);
@@ -145,10 +131,10 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
         std::function<void(Project&)> change;
         std::vector<std::string> expected; // "error  ..." or "warning  ...", in order
     };
-    const auto one = [](double v) { return [v](int, int) { return Depth(v); }; };
-    const auto jump = [](int i, int j) { return Depth(i == 9 && j == 9 ? -149 : -150); };
+    const auto one = [](double v) { return [v](int, int) { return v; }; };
+    const auto jump = [](int i, int j) { return i == 9 && j == 9 ? -149 : -150; };
     const auto hill = [](double height) {
-        return [height](int i, int j) { return Depth(i == 15 && j == 15 ? height : -100); };
+        return [height](int i, int j) { return i == 15 && j == 15 ? height : -100; };
     };
     const Case cases[] = {
         {"clean", [](Project&) {}, {}},
@@ -156,13 +142,13 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
          {"warning  region 2 (Inner): CFL number 1.22 is above 1, so the calculation is unstable "
           "(time step 5 s on 182 m cells, 100 m deep); a TimeIncrement of 4.109 s or less brings "
           "every region to 1"}},
-        {"nan", [](Project& p) { p.outer = [](int i, int j) { return i == 3 && j == 4 ? std::string("nan") : Depth(-100); }; },
+        {"nan", [](Project& p) { p.outer = [](int i, int j) { return i == 3 && j == 4 ? std::nan("") : -100; }; },
          {"warning  region 1 (Outer): 1 cells of outer.txt hold NaN or infinity, the first cell (4, 5) at (140.035, 35.045)"}},
-        {"nodata", [](Project& p) { p.outer = [](int i, int) { return i == 0 ? Depth(-9999) : Depth(-100); }; },
+        {"nodata", [](Project& p) { p.outer = [](int i, int) { return i == 0 ? -9999 : -100; }; },
          {"warning  region 1 (Outer): 20 cells of outer.txt hold -9999, a nodata marker read as a real depth"}},
         {"repeated fill",
          [](Project& p) {
-             p.outer = [](int i, int) { return i >= 12 ? Depth(-99999) : Depth(-100); };
+             p.outer = [](int i, int) { return i >= 12 ? -99999 : -100; };
              p.timeIncrement = 0.5; // stable even at that depth
          },
          {"warning  region 1 (Outer): 40 % of outer.txt holds its deepest value -99999, which "
@@ -194,7 +180,7 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
              p.outer = [](int i, int j) {
                  const bool ring = (i == 14 || i == 18) && j >= 14 && j <= 18;
                  const bool ringY = (j == 14 || j == 18) && i >= 14 && i <= 18;
-                 return ring || ringY ? Depth(10) : Depth(-100);
+                 return ring || ringY ? 10 : -100;
              };
          },
          {"warning  region 1 (Outer): 9 sea cells are cut off from open water and become land in "
@@ -234,11 +220,11 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
              p.inner = false, p.outerXml = "<EPSG>2451</EPSG>";
              p.outerSpacing = 500, p.outerOrgX = -304000;
              p.edit = [](const TempDir& dir, std::string&) {
-                 dir.Write("outer.txt", TextGrid(20, 20, -304000, -133000, [](int i, int j) { return Depth(i == 19 && j == 19 ? -99 : -100); }));
+                 dir.Write("outer.txt", GridText(20, 20, -304000, -133000, [](int i, int j) { return i == 19 && j == 19 ? -99 : -100; }));
              };
          },
          {"warning  region 1 (Outer): its centre lies at 136.5"}},
-        {"dry region", [](Project& p) { p.inner = false; p.outer = [](int i, int j) { return Depth(5 + (i + j) % 3); }; },
+        {"dry region", [](Project& p) { p.inner = false; p.outer = [](int i, int j) { return 5 + (i + j) % 3; }; },
          {"warning  region 1 (Outer): no cell lies below the tide level (0 m; its lowest value is "
           "5): its CFL number is undefined (the run prints \"-nan\"), so nothing limits its time "
           "step and its time ratio falls back to 1"}},
@@ -261,7 +247,7 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
         {"sea cut off from the open boundary",
          [](Project& p) {
              p.inner = false;
-             p.outer = [](int i, int j) { return Depth(i == 0 || j == 0 || i == 19 || j == 19 ? 30 : -50 - i); };
+             p.outer = [](int i, int j) { return i == 0 || j == 0 || i == 19 || j == 19 ? 30 : -50 - i; };
          },
          {"warning  region 1 (Outer): its sea does not reach its open boundary: all 324 cells "
           "below the tide level are cut off from it and become land in the run's land map. The "
@@ -270,11 +256,11 @@ TEST(PrepCheck, EachMistakeGivesExactlyItsFindings) {
         {"most sea cut off",
          [](Project& p) {
              p.inner = false;
-             p.outer = [](int i, int j) { return Depth(j == 0 || (j > 1 && i > 0 && i < 19 && j < 19) ? -50 - i : 30); };
+             p.outer = [](int i, int j) { return j == 0 || (j > 1 && i > 0 && i < 19 && j < 19) ? -50 - i : 30; };
          },
          {"warning  region 1 (Outer): 306 of its 326 cells below the tide level are cut off from "
           "its open boundary"}},
-        {"feet", [](Project& p) { p.inner = false; p.timeIncrement = 0.1; p.outer = [](int i, int j) { return Depth(i == 5 && j == 5 ? -12660 : -100); }; },
+        {"feet", [](Project& p) { p.inner = false; p.timeIncrement = 0.1; p.outer = [](int i, int j) { return i == 5 && j == 5 ? -12660 : -100; }; },
          {"warning  region 1 (Outer): its values reach -12660 m, deeper than any sea (11000 m); a "
           "source in feet read as metres gives this: remake the grid with `seaforge-prep grid "
           "--z-scale 0.3048`"}},
@@ -344,7 +330,7 @@ TEST(PrepCheck, WhatTheRunRefusesComesFirstWithTheRunsOwnReason) {
         inXml([](std::string& xml) { Replace(xml, "<TotalTime>600</TotalTime>", ""); }),
         [](const TempDir& dir) { dir.Write("inner.txt", "3 2\n140.1 35.1\n1 2 3 4 5\n"); },
         [](const TempDir& dir) { // the nested grid reaches past its base's eastern edge
-            dir.Write("inner.txt", TextGrid(25, 25, 140.151, 35.051, Project{}.innerValue));
+            dir.Write("inner.txt", GridText(25, 25, 140.151, 35.051, Project{}.innerValue));
         },
         [](const TempDir& dir) { dir.Write("fault.txt", "35.0 140.1 5000\n"); },
         inXml([](std::string& xml) { // a colour table file that is not there
@@ -387,8 +373,8 @@ TEST(PrepCheck, TheSuggestedTimeIncrementClearsTheWarning) {
         SCOPED_TRACE(depth);
         Project project;
         project.timeIncrement = 10;
-        project.innerValue = [depth](int i, int j) { return Depth(i == 20 && j == 20 ? -90 : -depth); };
-        project.outer = [depth](int i, int j) { return Depth(i == 19 && j == 19 ? -90 : -depth); };
+        project.innerValue = [depth](int i, int j) { return i == 20 && j == 20 ? -90 : -depth; };
+        project.outer = [depth](int i, int j) { return i == 19 && j == 19 ? -90 : -depth; };
         TempDir dir;
         Write(dir, project);
         const std::string message = Check(dir).report["findings"][0]["message"];
