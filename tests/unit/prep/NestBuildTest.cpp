@@ -487,16 +487,8 @@ TEST(NestBuild, UntaggedMarkerRefusedAsTheGridRefusesIt) {
     TempDir dir;
     WriteInputs(dir, kHawaii);
     const Coast coast{kHawaii.lon, kHawaii.lat};
-    RasterLayout layout;
-    layout.nx = 320;
-    layout.ny = 320;
-    layout.transform = {coast.lon - 0.08, 0.0005, 0, coast.lat + 0.08, 0, -0.0005};
-    const std::string survey = (dir.path() / "survey.tif").string();
-    MakeRaster(survey, layout, [&](int c, int l) {
-        return c == 40 && l == 100 ? -9999.0
-                                   : coast.Elevation(coast.lon - 0.08 + (c + 0.5) * 0.0005,
-                                                     coast.lat + 0.08 - (l + 0.5) * 0.0005);
-    });
+    coast.Write((dir.path() / "survey.tif").string(), 0.0005, -0.08, -0.08, 0.08, 0.08,
+                [](int c, int l, double v) { return c == 40 && l == 100 ? -9999.0 : v; });
     // What the grid command says of it, where its grid reads the marker.
     GridOptions grid;
     grid.epsg = 4326;

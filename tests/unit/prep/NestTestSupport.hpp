@@ -4,6 +4,7 @@
 #include "prep/PrepTestSupport.hpp"
 
 #include <cmath>
+#include <functional>
 #include <string>
 
 // A made-up coast around a site, running north-south through it: land to the west rising
@@ -34,16 +35,17 @@ struct Coast {
     }
 
     // The coast as a GeoTIFF in degrees (EPSG 4326): `cell` degrees a cell over the box
-    // lon0 lat0 lon1 lat1 relative to the site; depths positive down when asked.
+    // lon0 lat0 lon1 lat1 relative to the site; `spoil` (column, line, value), when given,
+    // says what pixel (column, line) holds instead.
     void Write(const std::string& path, double cell, double west, double south, double eastEdge,
-               double north, bool depthPositive = false) const {
+               double north, const std::function<double(int, int, double)>& spoil = nullptr) const {
         RasterLayout layout;
         layout.nx = static_cast<int>(std::lround((eastEdge - west) / cell));
         layout.ny = static_cast<int>(std::lround((north - south) / cell));
         layout.transform = {lon + west, cell, 0, lat + north, 0, -cell};
         MakeRaster(path, layout, [&](int c, int l) {
             const double v = Elevation(lon + west + (c + 0.5) * cell, lat + north - (l + 0.5) * cell);
-            return depthPositive ? -v : v;
+            return spoil ? spoil(c, l, v) : v;
         });
     }
 };
