@@ -338,8 +338,9 @@ TEST(PrepCheck, WhatTheRunRefusesComesFirstWithTheRunsOwnReason) {
                                        "</Topography></GeotiffSetting></Project>");
         }),
         inXml([](std::string& xml) { // a deformation stage file that is not there
-            Replace(xml, "</CalcParameter>", "<DynamicDeformationParameter><FileName>gone.txt"
-                                             "</FileName></DynamicDeformationParameter></CalcParameter>");
+            Replace(xml, "</CalcParameter>",
+                    "<DynamicDeformationParameter><FileName>gone.txt</FileName>"
+                    "</DynamicDeformationParameter></CalcParameter>");
         }),
     };
     for (const auto& breakage : breakages) {

@@ -48,7 +48,8 @@ GridOptions Standalone(const fs::path& dir, int epsg, double spacing, Bounds bou
 // A 0.1 degree grid over 139.5 .. 140 E, 34.5 .. 35.5 N, nearest neighbour: the centre of
 // cell (i, j) lies in the middle of pixel (4 i + 2, 38 - 4 j), whose value it takes.
 GridOptions NearestWest(const TempDir& dir, std::vector<std::string> sources) {
-    GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.5, 34.5, 140.0, 35.5}, std::move(sources));
+    GridOptions o =
+        Standalone(dir.path(), 4326, 0.1, {139.5, 34.5, 140.0, 35.5}, std::move(sources));
     o.resampling = "near";
     return o;
 }
@@ -339,8 +340,8 @@ TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
                     kind == fs::file_type::directory)
             << c.path;
     }
-    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"fifo", "folder", "grids", "link.tif", "link.txt",
-                                              "src.tif"}));
+    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"fifo", "folder", "grids", "link.tif",
+                                                           "link.txt", "src.tif"}));
 }
 
 TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
