@@ -160,4 +160,24 @@ inline Child RunChild(const std::vector<std::string>& args, const std::string& d
     return child;
 }
 
+// The options the seaforge-prep benchmarks share: --repeat N, --keep (the temporary
+// directory stays), --cells N (at least `minCells`); each starts from its own defaults.
+struct PrepBenchArgs {
+    int repeat;
+    bool keep;
+    int cells;
+};
+inline PrepBenchArgs ParsePrepBenchArgs(int argc, char** argv, PrepBenchArgs args, int minCells) {
+    for (int a = 1; a < argc; ++a) {
+        const std::string arg = argv[a];
+        if (arg == "--repeat" && a + 1 < argc)
+            args.repeat = std::max(1, std::atoi(argv[++a]));
+        else if (arg == "--keep")
+            args.keep = true;
+        else if (arg == "--cells" && a + 1 < argc)
+            args.cells = std::max(minCells, std::atoi(argv[++a]));
+    }
+    return args;
+}
+
 } // namespace bench

@@ -8,6 +8,7 @@
 //
 //   seaforge_prep_bench [--repeat N] [--keep] [--cells N]   (N: the averaging grid is N x N)
 #include "BenchSupport.hpp"
+#include "ReliefSource.hpp"
 
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
@@ -27,31 +28,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-// A geographic DEM of side x side cells from (west, north), `step` degrees a cell, tiled like
-// a national DEM, with relief at several scales so that no warp meets a flat grid.
-void WriteSource(const std::string& path, int side, double west, double north, double step) {
-    GDALAllRegister();
-    GDALDriver* gtiff = GetGDALDriverManager()->GetDriverByName("GTiff");
-    const char* options[] = {"TILED=YES", nullptr};
-    GDALDatasetUniquePtr ds(
-        gtiff->Create(path.c_str(), side, side, 1, GDT_Float32, const_cast<char**>(options)));
-    double transform[6] = {west, step, 0, north, 0, -step};
-    ds->SetGeoTransform(transform);
-    OGRSpatialReference srs;
-    srs.importFromEPSG(4326);
-    ds->SetSpatialRef(&srs);
-    std::vector<float> row(static_cast<std::size_t>(side));
-    for (int l = 0; l < side; ++l) {
-        for (int c = 0; c < side; ++c)
-            row[static_cast<std::size_t>(c)] = static_cast<float>(
-                -400.0 + 900.0 * (side - c) / side + 30.0 * std::sin(c * 0.01) * std::cos(l * 0.013) +
-                3.0 * std::sin(c * 0.3 + l * 0.2));
-        if (ds->GetRasterBand(1)->RasterIO(GF_Write, 0, l, side, 1, row.data(), side, 1,
-                                           GDT_Float32, 0, 0, nullptr) != CE_None)
-            std::exit(1);
-    }
-}
 
 // The same raster as a netCDF file, as GDAL's netCDF driver writes one by default.
 void WriteNetCdf(const std::string& from, const std::string& to) {
@@ -145,18 +121,8 @@ struct Case {
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeat = 5;
-    bool keep = false;
-    int cells = 4000;
-    for (int a = 1; a < argc; ++a) {
-        const std::string arg = argv[a];
-        if (arg == "--repeat" && a + 1 < argc)
-            repeat = std::max(1, std::atoi(argv[++a]));
-        else if (arg == "--keep")
-            keep = true;
-        else if (arg == "--cells" && a + 1 < argc)
-            cells = std::atoi(argv[++a]);
-    }
+    const auto [repeat, keep, cells] =
+        bench::ParsePrepBenchArgs(argc, argv, {5, false, 4000}, 1);
     const fs::path prep = fs::canonical("/proc/self/exe").parent_path().parent_path() / "seaforge-prep";
     std::string pattern = (fs::temp_directory_path() / "seaforge-prep-bench-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)
@@ -169,8 +135,8 @@ int main(int argc, char** argv) {
     // cells of 10 m from a corner of it.
     const std::string coarseTif = (dir / "average.tif").string();
     const std::string fineTif = (dir / "bilinear.tif").string();
-    WriteSource(coarseTif, 2 * cells, 141.3, 39.6, 1.0 / (2 * cells));
-    WriteSource(fineTif, fine, 140.5, 40.0, 3.0 / 3600);
+    WriteReliefSource(coarseTif, 2 * cells, 141.3, 39.6, 1.0 / (2 * cells));
+    WriteReliefSource(fineTif, fine, 140.5, 40.0, 3.0 / 3600);
     const std::string coarseNc = (dir / "average.nc").string();
     const std::string fineNc = (dir / "bilinear.nc").string();
     WriteNetCdf(coarseTif, coarseNc);

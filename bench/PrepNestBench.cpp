@@ -4,6 +4,7 @@
 //
 //   seaforge_nest_bench [--repeat N] [--keep] [--cells N]   (the source is N x N, 10000)
 #include "BenchSupport.hpp"
+#include "ReliefSource.hpp"
 
 #include "prep/Plan.hpp"
 
@@ -22,47 +23,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One degree square of coast, land in the west and sea deepening to 400 m in the east,
-// with relief at several scales.
-void WriteSource(const std::string& path, int side) {
-    GDALAllRegister();
-    GDALDriver* gtiff = GetGDALDriverManager()->GetDriverByName("GTiff");
-    const char* options[] = {"TILED=YES", nullptr};
-    GDALDatasetUniquePtr ds(
-        gtiff->Create(path.c_str(), side, side, 1, GDT_Float32, const_cast<char**>(options)));
-    const double step = 1.0 / side;
-    double transform[6] = {141.3, step, 0, 39.6, 0, -step};
-    ds->SetGeoTransform(transform);
-    OGRSpatialReference srs;
-    srs.importFromEPSG(4326);
-    ds->SetSpatialRef(&srs);
-    std::vector<float> row(static_cast<std::size_t>(side));
-    for (int l = 0; l < side; ++l) {
-        for (int c = 0; c < side; ++c)
-            row[static_cast<std::size_t>(c)] = static_cast<float>(
-                -400.0 + 900.0 * (side - c) / side + 30.0 * std::sin(c * 0.01) * std::cos(l * 0.013) +
-                3.0 * std::sin(c * 0.3 + l * 0.2));
-        if (ds->GetRasterBand(1)->RasterIO(GF_Write, 0, l, side, 1, row.data(), side, 1,
-                                           GDT_Float32, 0, 0, nullptr) != CE_None)
-            std::exit(1);
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeat = 2;
-    bool keep = false;
-    int cells = 10000;
-    for (int a = 1; a < argc; ++a) {
-        const std::string arg = argv[a];
-        if (arg == "--repeat" && a + 1 < argc)
-            repeat = std::max(1, std::atoi(argv[++a]));
-        else if (arg == "--keep")
-            keep = true;
-        else if (arg == "--cells" && a + 1 < argc)
-            cells = std::max(100, std::atoi(argv[++a]));
-    }
+    const auto [repeat, keep, cells] =
+        bench::ParsePrepBenchArgs(argc, argv, {2, false, 10000}, 100);
     const fs::path prep = fs::canonical("/proc/self/exe").parent_path().parent_path() / "seaforge-prep";
     std::string pattern = (fs::temp_directory_path() / "seaforge-nest-bench-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)
@@ -70,7 +35,7 @@ int main(int argc, char** argv) {
     const fs::path dir = pattern;
     const std::string source = (dir / "source.tif").string();
     std::printf("Writing a %d x %d GeoTIFF source in %s ...\n", cells, cells, dir.c_str());
-    WriteSource(source, cells);
+    WriteReliefSource(source, cells, 141.3, 39.6, 1.0 / cells); // one degree square
     std::ofstream(dir / "fault.txt") << "39.100 141.950 15000 0 190 15 90 20000 10000 2.0 \"F\"\n";
 
     // Both sides read the source from the page cache: whichever went first would otherwise

@@ -100,18 +100,8 @@ void Print(const char* title, const Pair& p) {
 } // namespace
 
 int main(int argc, char** argv) {
-    int repeat = 3;
-    bool keep = false;
-    int cells = 4000;
-    for (int a = 1; a < argc; ++a) {
-        const std::string arg = argv[a];
-        if (arg == "--repeat" && a + 1 < argc)
-            repeat = std::max(1, std::atoi(argv[++a]));
-        else if (arg == "--keep")
-            keep = true;
-        else if (arg == "--cells" && a + 1 < argc)
-            cells = std::max(400, std::atoi(argv[++a]));
-    }
+    const auto [repeat, keep, cells] =
+        bench::ParsePrepBenchArgs(argc, argv, {3, false, 4000}, 400);
     const fs::path built = fs::canonical("/proc/self/exe").parent_path().parent_path();
     std::string pattern = (fs::temp_directory_path() / "seaforge-overview-bench-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)
