@@ -66,8 +66,10 @@ void* AllocateHuge(std::size_t bytes) {
     return MapFresh(size);
 }
 
-void DeallocateHuge(void* p, std::size_t bytes) noexcept {
-    const std::size_t size = Rounded(bytes);
+namespace {
+// Keeps `p` (or nothing) as the spare block; the one it replaces is unmapped outside the
+// lock.
+void ReplaceSpare(void* p, std::size_t size) noexcept {
     void* old = nullptr;
     std::size_t oldSize = 0;
     {
@@ -80,17 +82,8 @@ void DeallocateHuge(void* p, std::size_t bytes) noexcept {
     if (old != nullptr)
         munmap(old, oldSize);
 }
+} // namespace
 
-void ReleaseSpareHugeBlock() noexcept {
-    void* old = nullptr;
-    std::size_t oldSize = 0;
-    {
-        const std::lock_guard<std::mutex> lock(gSpareMutex);
-        old = gSpare;
-        oldSize = gSpareSize;
-        gSpare = nullptr;
-        gSpareSize = 0;
-    }
-    if (old != nullptr)
-        munmap(old, oldSize);
-}
+void DeallocateHuge(void* p, std::size_t bytes) noexcept { ReplaceSpare(p, Rounded(bytes)); }
+
+void ReleaseSpareHugeBlock() noexcept { ReplaceSpare(nullptr, 0); }
