@@ -20,9 +20,7 @@
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
-// The run's sphere: a degree of latitude, and of longitude on the equator.
-constexpr double kMetresPerDegree = 6371000.0 * kPi / 180.0;
+constexpr double kPi = kPlannerPi;
 constexpr int kLeastCells = 100; // a side of any region
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 

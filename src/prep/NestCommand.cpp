@@ -25,8 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr double kMetresPerDegree = 6371000.0 * 3.141592653589793 / 180.0;
-
 // "3km", "500m" or "800" (metres).
 double Metres(const std::string& text) {
     char* end = nullptr;
@@ -161,7 +159,7 @@ int Nest(const NestOptions& o) {
         rules.siteLat = (*o.site)[1];
         const double r = Metres(o.radius);
         const double dLat = r / kMetresPerDegree;
-        const double dLon = dLat / std::cos(rules.siteLat * 3.141592653589793 / 180);
+        const double dLon = dLat / std::cos(rules.siteLat * kPlannerPi / 180);
         rules.interest = {rules.siteLon - dLon, rules.siteLat - dLat, rules.siteLon + dLon,
                           rules.siteLat + dLat};
     } else {
@@ -193,7 +191,7 @@ int Nest(const NestOptions& o) {
     // around the site, where the finer regions' edges are judged): reading every cell of a
     // large source would cost more than the grids themselves.
     const double near = 200.0 * o.ratio * o.ratio * o.finest / kMetresPerDegree;
-    const double nearLon = near / std::cos(rules.siteLat * 3.141592653589793 / 180);
+    const double nearLon = near / std::cos(rules.siteLat * kPlannerPi / 180);
     const Bounds window = {rules.interest[0] - nearLon, rules.interest[1] - near,
                            rules.interest[2] + nearLon, rules.interest[3] + near};
     // Bounded as the grid command bounds it, so a large source is read through a small

@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr double kMetresPerDegree = 6371000.0 * 3.141592653589793 / 180.0;
-
 struct TransformDeleter {
     void operator()(OGRCoordinateTransformation* c) const {
         OGRCoordinateTransformation::DestroyCT(c);
@@ -91,7 +89,7 @@ SourceFootprint DescribeSource(const WarpSource& source) {
     const double cell = std::max(std::hypot(t[1], t[4]), std::hypot(t[2], t[5]));
     if (own.IsGeographic()) {
         const double lat = 0.5 * (f.lonLat[1] + f.lonLat[3]);
-        f.cellMetres = cell * kMetresPerDegree * std::max(std::cos(lat * 3.141592653589793 / 180), 0.01);
+        f.cellMetres = cell * kMetresPerDegree * std::max(std::cos(lat * kPlannerPi / 180), 0.01);
         f.cellMetres = std::max(f.cellMetres, std::hypot(t[4], t[5]) * kMetresPerDegree);
     } else {
         f.cellMetres = cell * own.GetLinearUnits();

@@ -10,6 +10,10 @@
 #include <string>
 #include <vector>
 
+// The run's sphere (6 371 000 m): a degree of latitude, and of longitude on the equator.
+inline constexpr double kPlannerPi = 3.141592653589793;
+inline constexpr double kMetresPerDegree = 6371000.0 * kPlannerPi / 180.0;
+
 // The lie of the land as the planner needs it: elevations (metres, negative below sea
 // level) by longitude and latitude, from one source raster carried into degrees.
 
