@@ -301,43 +301,12 @@ class InFolder {
     int previous_;
 };
 
-// Standard output sent to another file while it lives, restored however the work ends.
-class StdoutTo {
-  public:
-    explicit StdoutTo(const std::string& path) {
-        std::fflush(stdout);
-        saved_ = dup(STDOUT_FILENO);
-        const int fd = open(path.c_str(), O_WRONLY | O_TRUNC);
-        ok_ = saved_ >= 0 && fd >= 0 && dup2(fd, STDOUT_FILENO) >= 0;
-        if (fd >= 0)
-            close(fd);
-    }
-    ~StdoutTo() {
-        std::fflush(stdout);
-        if (saved_ >= 0) {
-            (void)dup2(saved_, STDOUT_FILENO); // the descriptor it came from is still open
-            close(saved_);
-        }
-    }
-    StdoutTo(const StdoutTo&) = delete;
-    StdoutTo& operator=(const StdoutTo&) = delete;
-    [[nodiscard]] bool ok() const { return ok_; }
-
-  private:
-    int saved_ = -1;
-    bool ok_ = false;
-};
-
-// Runs `command` with standard output going to `path` (written whole), and answers its
-// status.
-int IntoFile(const std::string& path, const std::function<int()>& command) {
+// The check's report written whole to `path`; answers the check's status.
+int CheckInto(const std::string& path, const Report& report, bool json) {
     int status = 1;
-    ReplaceFileAtomically(path, [&](const std::string& temporary) {
-        const StdoutTo redirected(temporary);
-        if (!redirected.ok())
-            return false;
-        status = command();
-        return true;
+    WriteFileAtomically(path, [&](std::FILE* file) {
+        status = PrintCheck(report, json, file);
+        return std::ferror(file) == 0;
     });
     return status;
 }
@@ -483,9 +452,9 @@ int Build(const BuildOptions& o) {
             check.cflLimit = plan.cfl;
             SetMapProjectionNotices(false);
             const Report report = CheckProject(check);
-            status = IntoFile("Check.txt", [&] { return PrintCheck(report, false); });
+            status = CheckInto("Check.txt", report, false);
             if (o.json)
-                (void)IntoFile("Check.json", [&] { return PrintCheck(report, true); });
+                (void)CheckInto("Check.json", report, true);
             // The table's boundary jumps are the check's own measures.
             for (ChainRow& row : rows)
                 for (const RegionReport& r : report.regions)

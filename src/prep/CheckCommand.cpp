@@ -702,16 +702,16 @@ namespace {
 
 std::string LevelName(Level level) { return level == Level::Error ? "error" : "warning"; }
 
-void PrintText(const Report& report) {
-    std::printf("Project %s\n\n", report.project.c_str());
-    std::printf("%4s  %-12s %4s %6s %13s %10s  %-44s  %-36s  %-21s %8s %5s %6s\n", "no", "name",
+void PrintText(const Report& report, std::FILE* out) {
+    std::fprintf(out, "Project %s\n\n", report.project.c_str());
+    std::fprintf(out, "%4s  %-12s %4s %6s %13s %10s  %-44s  %-36s  %-21s %8s %5s %6s\n", "no", "name",
                 "base", "EPSG", "points", "spacing", "extent (cell edges, own system)",
                 "extent (longitude, latitude)", "values", "dt [s]", "ratio", "CFL");
     for (const RegionReport& r : report.regions) {
-        std::printf("%4d  %-12s %4d %6d", r.record.RegionNo, r.record.RegionName.c_str(),
+        std::fprintf(out, "%4d  %-12s %4d %6d", r.record.RegionNo, r.record.RegionName.c_str(),
                     r.record.BaseRegionNo, r.record.EPSG);
         if (!r.topography) {
-            std::printf("  (grid not read)\n");
+            std::fprintf(out, "  (grid not read)\n");
             continue;
         }
         const Region& t = *r.topography;
@@ -724,40 +724,40 @@ void PrintText(const Report& report) {
                                     (*r.lonLat)[1], (*r.lonLat)[3])
                      : std::string("-");
         const std::string values = StringPrintf("%.6g .. %.6g", t.valMin, t.valMax);
-        std::printf(" %13s %10.6g  %-44s  %-36s  %-21s", points.c_str(), t.gridSize, own.c_str(),
+        std::fprintf(out, " %13s %10.6g  %-44s  %-36s  %-21s", points.c_str(), t.gridSize, own.c_str(),
                     lonLat.c_str(), values.c_str());
         if (r.timeStep)
-            std::printf(" %8.4g %5d %6.3g\n", t.dt, t.stepRatio, t.cfl);
+            std::fprintf(out, " %8.4g %5d %6.3g\n", t.dt, t.stepRatio, t.cfl);
         else
-            std::printf(" %8s %5s %6s\n", "-", "-", "-");
+            std::fprintf(out, " %8s %5s %6s\n", "-", "-", "-");
     }
     bool notes = false;
     for (const RegionReport& r : report.regions) {
         if (!r.jumpMax && r.cornerMargins.empty())
             continue;
         if (!notes)
-            std::printf("\n");
+            std::fprintf(out, "\n");
         notes = true;
-        std::printf("%s in its base:", RegionLabel(r.record).c_str());
+        std::fprintf(out, "%s in its base:", RegionLabel(r.record).c_str());
         if (r.jumpMax)
-            std::printf(" boundary depths differ by at most %.4g m, %.4g m on average;", *r.jumpMax,
+            std::fprintf(out, " boundary depths differ by at most %.4g m, %.4g m on average;", *r.jumpMax,
                         r.jumpMean);
         if (!r.cornerMargins.empty()) {
-            std::printf(" corners inside the run's search by");
+            std::fprintf(out, " corners inside the run's search by");
             for (std::size_t c = 0; c < r.cornerMargins.size(); ++c)
-                std::printf("%s %s %.3g", c ? "," : "", kCornerNames[c], r.cornerMargins[c]);
-            std::printf(" base cells;");
+                std::fprintf(out, "%s %s %.3g", c ? "," : "", kCornerNames[c], r.cornerMargins[c]);
+            std::fprintf(out, " base cells;");
         }
-        std::printf("\n");
+        std::fprintf(out, "\n");
     }
-    std::printf("\n%s\n", EstimateLine(report).c_str());
-    std::printf("\n");
+    std::fprintf(out, "\n%s\n", EstimateLine(report).c_str());
+    std::fprintf(out, "\n");
     for (const Finding& f : report.findings)
-        std::printf("%s\n", FindingLine(f).c_str());
-    std::printf("%s%s\n", report.findings.empty() ? "" : "\n", CountLine(report).c_str());
+        std::fprintf(out, "%s\n", FindingLine(f).c_str());
+    std::fprintf(out, "%s%s\n", report.findings.empty() ? "" : "\n", CountLine(report).c_str());
 }
 
-void PrintJson(const Report& report) {
+void PrintJson(const Report& report, std::FILE* to) {
     nlohmann::ordered_json out;
     out["project"] = report.project;
     out["regions"] = nlohmann::ordered_json::array();
@@ -803,7 +803,7 @@ void PrintJson(const Report& report) {
                        {"output_bytes", report.outputBytes}};
     out["errors"] = errors;
     out["warnings"] = warnings;
-    std::printf("%s\n", out.dump(2).c_str());
+    std::fprintf(to, "%s\n", out.dump(2).c_str());
 }
 
 } // namespace
@@ -843,11 +843,11 @@ std::string CountLine(const Report& report) {
                         warnings == 1 ? "" : "s");
 }
 
-int PrintCheck(const Report& report, bool json) {
+int PrintCheck(const Report& report, bool json, std::FILE* out) {
     if (json)
-        PrintJson(report);
+        PrintJson(report, out);
     else
-        PrintText(report);
+        PrintText(report, out);
     return CheckStatus(report);
 }
 

@@ -2,6 +2,7 @@
 
 #include "prep/CheckFindings.hpp"
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ struct CheckOptions {
 // gathered (nothing printed), printed as RunCheck prints it (answering its status), and
 // its status.
 [[nodiscard]] Report CheckProject(const CheckOptions& options);
-int PrintCheck(const Report& report, bool json);
+int PrintCheck(const Report& report, bool json, std::FILE* out = stdout);
 [[nodiscard]] int CheckStatus(const Report& report);
 
 // The report's lines, as its text shows them: the estimate, one finding, the counts.
