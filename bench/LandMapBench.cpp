@@ -184,7 +184,7 @@ Result Measure(const Topography& t, int n, int repeat) {
     r.peak = PeakBytes([&] { r.ok = land.MakeLandMap(t.depth, t.mapA, t.mapB, kTide) && r.ok; });
     for (int j = 0; j < n; ++j)
         for (int i = 0; i < n; ++i) {
-            const double v = land.grid[i][j];
+            const double v = land.CellValue(i, j);
             if (v == 0.0 || v == 1.0 || v == 2.0)
                 ++r.counts[static_cast<int>(v)];
             else

@@ -122,6 +122,10 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
     if (!topographyFromFile && !g.T.WriteBIN(destDir))
         throw 3;
     const XML_GEOTIFFSETTING& pictures = project.GeotiffSetting;
+    // Roughness and land maps hold a few classes: a byte a cell holds them exactly,
+    // where doubles would take as much as the topography beside them.
+    g.R.fewValues = true;
+    g.L.fewValues = true;
     // The roughness grid is read on the second core while the topography picture is drawn
     // on this one (where GDAL's memory is reused by the later pictures): the read prints
     // nothing until the picture is known to be written, so the console and the files are
@@ -220,7 +224,6 @@ void PrepareRegion(const RegionInputs& in, RegionGrids g) {
             throw 21;
     } else {
         SizeLike(g.L, g.T);
-        g.L.Make2dStruct();
         // The land map works on its own copies of both structure maps; nothing reads them
         // after it, so they are handed over rather than copied.
         if (!g.L.MakeLandMap(g.T.grid, std::move(g.C.pairIntGrid), std::move(g.M.pairIntGrid),

@@ -2,6 +2,9 @@
 #include "driver/Run.hpp"
 #include "project/Console.hpp"
 
+#include <gdal.h>
+
+#include <cstdint>
 #include <exception>
 #include <string>
 
@@ -11,6 +14,10 @@ int main(int argc, char** argv) {
         PrintUsage();
         return 0;
     }
+    // Pictures are classified into a buffer of their own and handed to GDAL whole: a
+    // cache of GDAL's own default size would hold a second copy of every picture until
+    // it is closed, where a few strips waiting for the compressor are all it needs.
+    GDALSetCacheMax64(std::int64_t{4} << 20);
     try {
         RunProject(argv[1]);
     } catch (int code) {

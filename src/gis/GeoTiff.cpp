@@ -244,6 +244,18 @@ bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const 
     });
 }
 
+bool GeoTiff::convertCodes(std::uint32_t nx, std::uint32_t ny, std::span<const std::uint8_t> codes,
+                           std::span<const double> table) {
+    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
+        const std::size_t at = static_cast<std::size_t>(j) * nx;
+        for (std::uint32_t i = 0; i < nx; ++i) {
+            const std::size_t code = at + i < codes.size() ? codes[at + i] : table.size();
+            scratch[i] = code < table.size() ? table[code] : NAN;
+        }
+        return scratch;
+    });
+}
+
 bool GeoTiff::convertRaster(const std::vector<std::vector<double>>& grid) {
     if (grid.size() > UINT32_MAX || (!grid.empty() && grid.front().size() > UINT32_MAX)) {
         std::printf("Error : GeoTiff::convertRaster() -> Raster array allocation\n");

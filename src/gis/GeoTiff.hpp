@@ -52,6 +52,12 @@ class GeoTiff {
     [[nodiscard]] bool convertRaster(std::uint32_t nx, std::uint32_t ny,
                                      std::span<const double> values, std::size_t stride);
 
+    // The same for cells held as codes: cell k is table[codes[k]]. Each code is one
+    // value, so the picture is the one its values would give.
+    [[nodiscard]] bool convertCodes(std::uint32_t nx, std::uint32_t ny,
+                                    std::span<const std::uint8_t> codes,
+                                    std::span<const double> table);
+
     // The same for a grid held as columns: grid[i] is column i (west to east) listing its
     // values from south to north. The picture is as tall as the first column; cells past
     // the end of a shorter column get class 0.

@@ -320,17 +320,16 @@ void CheckLandMap(Report& report, const RegionReport& r, int tideLevel) {
     const Region& t = *r.topography;
     Region land(LSM_R, r.record);
     land.Set2dStruct(t.nx, t.ny, t.org_x, t.org_y);
-    land.Make2dStruct();
     Grid2d<std::int32_t, 2> open;
     open.Assign(t.nx, t.ny, 0);
-    if (!land.MakeLandMap(t.grid, open, open, tideLevel))
+    if (!land.MakeLandMap(t.grid, open, open, tideLevel) || !land.HasCodes())
         return;
     std::size_t cut = 0;
     std::size_t first = 0;
     std::size_t sea = 0;
     std::size_t openEdge = 0; // sea cells on the outer ring
     const double* depth = t.grid.Data();
-    const double* map = land.grid.Data();
+    const std::uint8_t* map = land.codeGrid.Data();
     for (std::size_t c = 0, n = t.grid.ValueCount(); c < n; ++c) {
         if (!IsBelowTide(depth[c], tideLevel))
             continue;
@@ -338,7 +337,7 @@ void CheckLandMap(Report& report, const RegionReport& r, int tideLevel) {
         const int i = static_cast<int>(c % static_cast<std::size_t>(t.nx));
         const int j = static_cast<int>(c / static_cast<std::size_t>(t.nx));
         openEdge += i == 0 || j == 0 || i == t.nx - 1 || j == t.ny - 1;
-        if (map[c] == 1.0 && cut++ == 0)
+        if (land.codeValues[map[c]] == 1.0 && cut++ == 0)
             first = c;
     }
     if (cut == 0)

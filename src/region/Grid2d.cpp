@@ -20,6 +20,7 @@ std::mutex gSpareMutex;
 void* gSpare = nullptr;
 std::size_t gSpareSize = 0;
 thread_local bool tFreshOnly = false;
+thread_local bool tSparse = false;
 
 void* MapFresh(std::size_t size) {
     // One spare huge page of address space, so the block can start on a boundary; the
@@ -36,13 +37,20 @@ void* MapFresh(std::size_t size) {
         munmap(reinterpret_cast<void*>(aligned + size), tail);
     void* block = reinterpret_cast<void*>(aligned);
     // Only advice: where huge pages are off or scarce the block works as it is.
-    (void)madvise(block, size, MADV_HUGEPAGE);
+    if (!tSparse)
+        (void)madvise(block, size, MADV_HUGEPAGE);
     return block;
 }
 } // namespace
 
-FreshHugeBlocks::FreshHugeBlocks() : saved_(tFreshOnly) { tFreshOnly = true; }
-FreshHugeBlocks::~FreshHugeBlocks() { tFreshOnly = saved_; }
+FreshHugeBlocks::FreshHugeBlocks(Use use) : savedFresh_(tFreshOnly), savedSparse_(tSparse) {
+    tFreshOnly = true;
+    tSparse = use == kSparse;
+}
+FreshHugeBlocks::~FreshHugeBlocks() {
+    tFreshOnly = savedFresh_;
+    tSparse = savedSparse_;
+}
 
 void* AllocateHuge(std::size_t bytes) {
     const std::size_t size = Rounded(bytes);
@@ -58,6 +66,8 @@ void* AllocateHuge(std::size_t bytes) {
             if (!tFreshOnly && spareSize >= size) {
                 if (spareSize > size)
                     munmap(static_cast<char*>(spare) + size, spareSize - size);
+                // A spare that held a sparse grid is in small pages until advised.
+                (void)madvise(spare, size, MADV_HUGEPAGE);
                 return spare;
             }
             munmap(spare, spareSize);

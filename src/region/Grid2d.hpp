@@ -21,16 +21,21 @@ void DeallocateHuge(void* p, std::size_t bytes) noexcept;
 // Gives the kept block back to the kernel.
 void ReleaseSpareHugeBlock() noexcept;
 
-// While one lives, this thread's large blocks all come fresh from the kernel, zeros.
+// While one lives, this thread's large blocks all come fresh from the kernel, zeros. A
+// block for a grid written in few places (kSparse) is left in small pages: one value
+// written into a huge page would make all 2 MB of it the process's, and a grid of
+// structures along a coast touches every huge page of its rows.
 class FreshHugeBlocks {
   public:
-    FreshHugeBlocks();
+    enum Use { kDense, kSparse };
+    explicit FreshHugeBlocks(Use use = kDense);
     ~FreshHugeBlocks();
     FreshHugeBlocks(const FreshHugeBlocks&) = delete;
     FreshHugeBlocks& operator=(const FreshHugeBlocks&) = delete;
 
   private:
-    bool saved_;
+    bool savedFresh_;
+    bool savedSparse_;
 };
 
 // Allocator whose resize() leaves new elements of trivial types unwritten, so a reader can
@@ -126,10 +131,13 @@ template <class T, int kPerCell = 1> class Grid2d {
         const std::size_t count = CellCount() * kPerCell;
         if (UninitialisedAllocator<T>::IsHuge(count) && IsZeroBytes(fill)) {
             // A large grid of zeros is fresh memory left unwritten: maps that stay zero
-            // in most cells then cost neither the time to write them nor the memory.
+            // in most cells then cost neither the time to write them nor the memory. The
+            // grids of several values a cell are the structure maps, zero but for the
+            // cells a structure crosses.
             GridVector<T> fresh;
             {
-                const FreshHugeBlocks zeros;
+                const FreshHugeBlocks zeros(kPerCell > 1 ? FreshHugeBlocks::kSparse
+                                                         : FreshHugeBlocks::kDense);
                 fresh.resize(count);
             }
             values_.swap(fresh);

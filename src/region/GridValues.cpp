@@ -2,6 +2,10 @@
 
 #include "region/SecondCore.hpp"
 
+#include <cstdint>
+
+#include <sys/mman.h>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -106,4 +110,43 @@ void GridValues::Finish(SecondCore* second) {
         second->Wait();
     extremes.Append(later);
     extremes.Append(beyondKeep_);
+}
+
+void GridValues::CodeUpTo(std::size_t end) {
+    end = std::min(end, values.size());
+    if (end <= coded_)
+        return;
+    // Sized like the values so that the codes never move; pages of it are taken only as
+    // codes are written.
+    if (codes.size() < values.size())
+        codes.resize(values.size());
+    const double* v = values.data();
+    std::uint8_t* out = codes.data();
+    for (std::size_t k = coded_; k < end; ++k) {
+        const int code = codeTable.CodeOf(v[k]);
+        if (code < 0) {
+            Uncode();
+            return;
+        }
+        out[k] = static_cast<std::uint8_t>(code);
+    }
+    // The whole pages of values now held as codes go back to the system. Only large
+    // lists are blocks of their own; values of a small one stay where they are.
+    if (GridVector<double>::allocator_type::IsHuge(values.capacity())) {
+        constexpr std::uintptr_t kPage = std::uintptr_t{2} << 20;
+        const auto first = reinterpret_cast<std::uintptr_t>(v + coded_) / kPage * kPage;
+        const auto last = reinterpret_cast<std::uintptr_t>(v + end) / kPage * kPage;
+        const auto start = std::max(first, reinterpret_cast<std::uintptr_t>(v));
+        if (last > start && start % kPage == 0)
+            (void)madvise(reinterpret_cast<void*>(start), last - start, MADV_DONTNEED);
+    }
+    coded_ = end;
+}
+
+void GridValues::Uncode() {
+    for (std::size_t k = 0; k < coded_; ++k)
+        values[k] = codeTable.ValueOf(codes[k]);
+    coding_ = false;
+    coded_ = 0;
+    GridVector<std::uint8_t>().swap(codes);
 }

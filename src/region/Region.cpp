@@ -72,6 +72,8 @@ void Region::FreeVecMem() {
     // The pair grids go too: nothing reads them once a region's grids are written, and
     // a run holds one region's grids at a time only if they are freed here.
     grid.Release();
+    codeGrid.Release();
+    codeValues.clear();
     pairGrid.Release();
     intGrid.Release();
     pairIntGrid.Release();

@@ -51,6 +51,12 @@ class Region {
     // Region.cpp
     // Sets the four geometry fields only; the cells are left as they are.
     void Set2dStruct(int newNx, int newNy, double newOrgX, double newOrgY);
+    // Whether the single-value cells are held as codes (codeGrid) rather than in grid.
+    [[nodiscard]] bool HasCodes() const { return codeGrid.HasShape(nx, ny); }
+    // Cell (i, j) of a single-value grid, in either form.
+    [[nodiscard]] double CellValue(int i, int j) const {
+        return HasCodes() ? codeValues[codeGrid(i, j)] : grid(i, j);
+    }
     // Frees the cells once the run no longer needs them (geometry and names stay), and
     // the value buffers of the deformation stages.
     void FreeVecMem();
@@ -148,9 +154,10 @@ class Region {
     // joined past those of `mapB`, 1.0 elsewhere. mapX[i][j][0] != 0 blocks the step
     // (i, j)-(i, j + 1), mapX[i][j][1] != 0 the step (i, j)-(i + 1, j); a diagonal step
     // goes round either corner whose two faces are open. Both maps are the caller's
-    // copies. Cells of the outer ring keep 0.0 or 1.0. Time and memory grow with the cell
-    // count only (one byte per cell besides the inputs). False after the "Making Land
-    // Map" error block when the grids are not all nx × ny.
+    // copies. Cells of the outer ring keep 0.0 or 1.0. The map is held in codeGrid over
+    // the values 0.0, 1.0 and 2.0. Time and memory grow with the cell count only (one
+    // byte per cell besides the inputs). False after the "Making Land Map" error block
+    // when the grids are not all nx × ny.
     [[nodiscard]] bool MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> mapA,
                                    Grid2d<std::int32_t, 2> mapB, int tideLevel);
 
@@ -222,6 +229,11 @@ class Region {
     std::vector<InstantVal2d> dynamicSeries; // time stages of a deformation grid
 
     Grid2d<double> grid;                 // one value per cell
+    // A single-value grid of few distinct values held as one byte a cell: cell (i, j)
+    // is codeValues[codeGrid(i, j)], and `grid` is then empty. The land map a run makes
+    // is held so; the writers and pictures take either form.
+    Grid2d<std::uint8_t> codeGrid;
+    std::vector<double> codeValues;
     Grid2d<double, 2> pairGrid;          // CLD_R values, WBH_R heights
     Grid2d<std::int32_t> intGrid;        // integer cells; no step of a run fills it
     Grid2d<std::int32_t, 2> pairIntGrid; // CLD_R identifiers, WBM_R map, land marks
@@ -233,6 +245,9 @@ class Region {
     std::int32_t nonLinear;
     std::int32_t dispersive;
     std::string inFileName;
+    // The reader holds the cells as codes (codeGrid) when the file holds at most 256
+    // distinct values, as roughness classes do; set by whoever reads the grid.
+    bool fewValues = false;
     bool noFileName; // no input file: the cells come from uniformValue
     double uniformValue;
 

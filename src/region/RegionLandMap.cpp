@@ -253,12 +253,10 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
                          "  ERROR-DETAIL:Topography, structure maps and Land Map differ in size."});
         return false;
     }
-    if (!grid.HasShape(nx, ny))
-        grid.Assign(nx, ny, uniformValue); // as sized by Make2dStruct; depth bounds it
-
     const std::ptrdiff_t columns = nx;
     const std::ptrdiff_t cellCount = columns * ny;
-    auto cells = std::make_unique<std::uint8_t[]>(static_cast<std::size_t>(cellCount));
+    // Every byte is written before it is read; the bytes become the map's codes.
+    GridVector<std::uint8_t> cells(static_cast<std::size_t>(cellCount));
 
     const float tide = TideOf(tideLevel);
     const double* h = depth.Data();
@@ -293,7 +291,7 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
     if (nx > 2 && ny > 2) {
         // First fill, past the first map's structures. Only the cells next to the outer
         // ring can have a sea neighbour to start from.
-        Flood<kA0, kA1> fromEdge(cells.get(), columns, kSea);
+        Flood<kA0, kA1> fromEdge(cells.data(), columns, kSea);
         for (std::ptrdiff_t i = 1; i < columns - 1; ++i) {
             fromEdge.Seed(columns + i);
             fromEdge.Seed((ny - 2) * columns + i);
@@ -306,26 +304,30 @@ bool Region::MakeLandMap(const Grid2d<double>& depth, Grid2d<std::int32_t, 2> ma
 
         // Second fill: what is still cut off may be reached past the second map's
         // structures, from the sea or from cells reached that way.
-        Flood<kB0, kB1> pastStructures(cells.get(), columns, kBehind);
+        Flood<kB0, kB1> pastStructures(cells.data(), columns, kBehind);
         for (std::ptrdiff_t c = 0; c < cellCount; ++c)
             pastStructures.Seed(c);
         pastStructures.Run();
     }
 
-    double* m = grid.Data();
-    for (std::ptrdiff_t c = 0; c < cellCount; ++c) {
-        switch (cells[c] & kStateMask) {
+    // A map of three values takes a byte a cell rather than a double: the writers read
+    // the codes through codeValues, which hold exactly the doubles once stored.
+    for (std::uint8_t& cell : cells) {
+        switch (cell & kStateMask) {
         case kSea:
-            m[c] = 0.0;
+            cell = 0;
             break;
         case kBehind:
-            m[c] = 2.0;
+            cell = 2;
             break;
         default: // land, and water cut off from the edge
-            m[c] = 1.0;
+            cell = 1;
             break;
         }
     }
+    grid.Release();
+    codeGrid.Adopt(nx, ny, std::move(cells));
+    codeValues = {0.0, 1.0, 2.0};
     return true;
 }
 

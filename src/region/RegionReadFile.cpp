@@ -191,11 +191,19 @@ int ReadBinaryGrid(Region& region, GridValues& out, bool echo) {
     out.Prepare(total, total, pairs);
     double* const values = out.values.data();
     std::int32_t* const ids = out.ids.data();
+    const bool valuesFresh = out.valuesFresh;
+    const bool idsFresh = out.idsFresh;
     const auto convert = [&](const unsigned char* record, std::size_t first, std::size_t n) {
         if (pairs) {
+            // Zeros are left to fresh lists, which hold them already (a float's zero
+            // bits are a double's).
             for (std::size_t k = first; k < first + n; ++k, record += 8) {
-                values[k] = Load<float>(record);
-                ids[k] = Load<std::int32_t>(record + 4);
+                const std::uint32_t valueBits = Load<std::uint32_t>(record);
+                const std::int32_t cellId = Load<std::int32_t>(record + 4);
+                if (valueBits != 0 || !valuesFresh)
+                    values[k] = Load<float>(record);
+                if (cellId != 0 || !idsFresh)
+                    ids[k] = cellId;
             }
         } else {
             for (std::size_t k = first; k < first + n; ++k, record += 4)
@@ -363,6 +371,8 @@ bool IsBinaryGridPath(const std::string& path) {
 
 int Region::LoadFile(std::int64_t& valueCount, bool echo) {
     GridValues data;
+    if (fewValues && type != CLD_R)
+        data.Code();
     int failure = 0;
     try {
         const bool binary = IsBinaryGridPath(inFileName);
@@ -383,7 +393,14 @@ int Region::LoadFile(std::int64_t& valueCount, bool echo) {
                 throw kCountMismatch;
             pairGrid.Adopt(nx, ny, std::move(data.values));
             pairIntGrid.Adopt(nx, ny, std::move(data.ids));
+        } else if (data.CodeRest()) {
+            grid.Release();
+            codeGrid.Adopt(nx, ny, std::move(data.codes));
+            codeValues.resize(data.codeTable.Count());
+            for (std::size_t code = 0; code < codeValues.size(); ++code)
+                codeValues[code] = data.codeTable.ValueOf(code);
         } else {
+            codeGrid.Release();
             grid.Adopt(nx, ny, std::move(data.values));
         }
     } catch (const std::bad_alloc&) {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 // The calculators read these files in host order on the same little-endian machines.
 static_assert(std::endian::native == std::endian::little);
@@ -48,6 +49,22 @@ class BlockWriter {
             }
             if (values)
                 values += n;
+            count -= n;
+        }
+    }
+
+    // Puts `count` codes as the floats of the values they stand for.
+    void PutCodes(const std::uint8_t* codes, std::size_t count, const std::vector<double>& table) {
+        float narrowed[256] = {};
+        for (std::size_t k = 0; k < table.size() && k < 256; ++k)
+            narrowed[k] = static_cast<float>(table[k]);
+        while (count > 0) {
+            if (used_ == kBlockBytes)
+                Flush();
+            const std::size_t n = std::min((kBlockBytes - used_) / sizeof(float), count);
+            for (std::size_t k = 0; k < n; ++k, used_ += sizeof(float))
+                std::memcpy(block_.get() + used_, &narrowed[codes[k]], sizeof(float));
+            codes += n;
             count -= n;
         }
     }
@@ -96,7 +113,10 @@ bool Region::PutBIN(std::FILE* file) const {
     case TPG_R:
     case RCF_R:
     case LSM_R:
-        PutCells<float>(writer, grid, nx, ny, 1);
+        if (HasCodes())
+            writer.PutCodes(codeGrid.Data(), codeGrid.ValueCount(), codeValues);
+        else
+            PutCells<float>(writer, grid, nx, ny, 1);
         break;
     case WBH_R:
         PutCells<float>(writer, pairGrid, nx, ny, 2);

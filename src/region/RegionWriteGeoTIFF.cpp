@@ -20,6 +20,7 @@ struct Picture {
     std::vector<double> composed; // values made for the picture, when not a grid's own
     std::span<const double> values;
     std::size_t stride = 1; // cell k is values[k * stride]
+    std::span<const std::uint8_t> codes; // or cell k is values[codes[k]]
 };
 
 std::uint32_t CountOf(int n) { return n > 0 ? static_cast<std::uint32_t>(n) : 0u; }
@@ -27,7 +28,7 @@ std::uint32_t CountOf(int n) { return n > 0 ? static_cast<std::uint32_t>(n) : 0u
 // A region-sized picture of zeros to compose into. Negative sizes count as 0, which the
 // writer refuses as an empty picture.
 Picture Zeros(int nx, int ny) {
-    Picture p{CountOf(nx), CountOf(ny), {}, {}};
+    Picture p{CountOf(nx), CountOf(ny), {}, {}, 1, {}};
     p.composed.assign(static_cast<std::size_t>(p.nx) * p.ny, 0.0);
     p.values = p.composed;
     return p;
@@ -40,12 +41,19 @@ std::optional<Picture> PictureOf(const Region& r, const std::string& component) 
     case TPG_R:
     case RCF_R:
     case LSM_R:
+        if (r.HasCodes()) {
+            return Picture{CountOf(r.nx), CountOf(r.ny), {}, r.codeValues, 1,
+                           std::span<const std::uint8_t>(r.codeGrid.Data(),
+                                                         r.codeGrid.ValueCount())};
+        }
         // Drawn in the grid's own shape: a freed grid has its columns but no rows, and
         // the writer refuses it as it refuses any empty picture.
         return Picture{CountOf(r.grid.Columns()),
                        CountOf(r.grid.Rows()),
                        {},
-                       std::span<const double>(r.grid.Data(), r.grid.ValueCount())};
+                       std::span<const double>(r.grid.Data(), r.grid.ValueCount()),
+                       1,
+                       {}};
     case VRT_R:
     case HRZ_R:
     case IWH_R: {
@@ -70,7 +78,8 @@ std::optional<Picture> PictureOf(const Region& r, const std::string& component) 
                            {},
                            std::span<const double>(r.pairGrid.Data(), r.pairGrid.ValueCount())
                                .subspan(static_cast<std::size_t>(face)),
-                           2};
+                           2,
+                           {}};
         Picture p = Zeros(r.nx, r.ny);
         if (face < 0)
             return p;
@@ -107,8 +116,11 @@ bool Region::WriteGeoTIFF(const std::string& dir, const std::string& colorTableF
         GeoTiff tiff;
         if (!tiff.initialize(colorTableFile))
             throw 1;
-        if (picture &&
-            !tiff.convertRaster(picture->nx, picture->ny, picture->values, picture->stride))
+        if (picture && !(picture->codes.empty()
+                             ? tiff.convertRaster(picture->nx, picture->ny, picture->values,
+                                                  picture->stride)
+                             : tiff.convertCodes(picture->nx, picture->ny, picture->codes,
+                                                 picture->values)))
             throw 1;
 
         const std::string tag = typeTag.substr(0, 3) + component;

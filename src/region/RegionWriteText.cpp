@@ -51,10 +51,13 @@ bool Region::PutText(std::FILE* file) const {
     AppendDouble(block, org_y);
     block += '\n';
     const bool filled = grid.HasShape(nx, ny);
+    const bool coded = HasCodes();
     TokenConverter converter;
     for (int j = 0; j < ny; ++j) {
         for (int i = 0; i < nx; ++i) {
-            const float value = filled ? static_cast<float>(grid(i, j)) : 0.0f;
+            const float value = coded    ? static_cast<float>(codeValues[codeGrid(i, j)])
+                                : filled ? static_cast<float>(grid(i, j))
+                                         : 0.0f;
             AppendFloat(block, value, converter);
             block += (i + 1 == nx || (i + 1) % kValuesPerLine == 0) ? '\n' : ' ';
         }

@@ -755,7 +755,7 @@ void TextGridReader::ReadValuePairs(GridValues& out) {
     while (NextPiece(begin, end)) {
         ForEachToken(begin, end, [&](const char* token, const char* tokenEnd, int position) {
             if (position % 2 == 0)
-                out.AddValue(convert_.Real(token, tokenEnd));
+                out.AddPairedValue(convert_.Real(token, tokenEnd));
             else
                 out.AddId(static_cast<std::int32_t>(convert_.Integer(token, tokenEnd)));
         });

@@ -65,7 +65,7 @@ std::vector<std::string> Made(const Problem& p) {
     land.Set2dStruct(p.nx, p.ny, 0.0, 0.0);
     land.Make2dStruct();
     EXPECT_EQ(Outcome([&] { return land.MakeLandMap(p.depth, p.mapA, p.mapB, p.tide); }), "1||");
-    return Picture(p.nx, p.ny, [&](int i, int j) { return land.grid[i][j]; });
+    return Picture(p.nx, p.ny, [&](int i, int j) { return land.CellValue(i, j); });
 }
 
 TEST(RegionMakeLandMap, SeaLandAndWaterBehindLandOrStructures) {

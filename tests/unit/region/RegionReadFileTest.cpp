@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <tuple>
 #include <vector>
 
@@ -253,6 +254,80 @@ TEST(RegionReadFile, LargeTextExtremesFromBothSides) {
     EXPECT_EQ(r.region.valMax, 99999.25);
     EXPECT_EQ(r.region.valMin, -99999.25);
     EXPECT_EQ(r.region.grid[nx - 1][ny - 1], (nx * ny - 1) * 37 % 1000 + 0.25);
+}
+
+// Grids of few values read as codes give what the values would: the cells bit for bit,
+// the lines printed, the binary and text grids written and the picture drawn. Past the
+// first 256 distinct values the codes are undone, also after their values' memory has
+// been given back (a 257th value after the first million).
+TEST(RegionReadFile, FewValuesHeldAsCodesGiveWhatTheValuesGive) {
+    TempDir dir;
+    constexpr int nx = 1000, ny = 1200; // past the first step of coding
+    const std::string classes = [&] {
+        std::string text;
+        for (int k = 0; k < 12; ++k)
+            text += std::to_string(k * 0.01 - 0.005) + " " + std::to_string(k) + " 0 0\n";
+        return dir.Write("classes.clr", text);
+    }();
+    const auto few = [](int k) {
+        static const char* const kValues[] = {"0.025", "0.04", "-0", "0", "0.1", "0.030000000001"};
+        return std::string(kValues[k * 7 % 6]);
+    };
+    struct Case {
+        const char* name;
+        std::function<std::string(int)> value; // the k-th value in file order
+        bool binary;
+        bool coded;
+    };
+    const Case cases[] = {
+        {"few", few, false, true},
+        {"many from the start", [](int k) { return std::to_string(k % 1000) + ".5"; }, false, false},
+        {"many after a million", [&](int k) { return k < 1100000 ? few(k) : std::to_string(k); },
+         false, false},
+        {"few, binary", few, true, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string file;
+        if (c.binary) {
+            Bytes bytes;
+            bytes.Header(0, 0, nx, ny, 10.0f);
+            for (int k = 0; k < nx * ny; ++k)
+                bytes.Put(std::stof(c.value(k)));
+            file = dir.Write("grid.bin", bytes.str());
+        } else {
+            file = std::to_string(nx) + " " + std::to_string(ny) + "\n0 0\n";
+            for (int k = 0; k < nx * ny; ++k)
+                file += c.value(k) + (k % 10 == 9 ? "\n" : " ");
+            file = dir.Write("grid.txt", file);
+        }
+        Region plain = RegionReading(RCF_R, file);
+        Region coded = RegionReading(RCF_R, file);
+        coded.fewValues = true;
+        const Printed p = Capture([&] { return plain.ReadFile(); });
+        const Printed q = Capture([&] { return coded.ReadFile(); });
+        ASSERT_EQ(p.result, 1) << p.err;
+        EXPECT_EQ(q.out + q.err, p.out + p.err);
+        ASSERT_EQ(coded.HasCodes(), c.coded);
+        EXPECT_EQ(coded.grid.Empty(), c.coded);
+        for (int j = 0; j < ny; ++j)
+            for (int i = 0; i < nx; ++i) {
+                const double a = plain.CellValue(i, j), b = coded.CellValue(i, j);
+                ASSERT_EQ(std::memcmp(&a, &b, sizeof a), 0) << i << ", " << j;
+            }
+        EXPECT_EQ(Written([&](std::FILE* f) { return coded.PutBIN(f); }),
+                  Written([&](std::FILE* f) { return plain.PutBIN(f); }));
+        EXPECT_EQ(Written([&](std::FILE* f) { return coded.PutText(f); }),
+                  Written([&](std::FILE* f) { return plain.PutText(f); }));
+        for (Region* r : {&plain, &coded}) {
+            r->epsg = 3100;
+            r->regionName = r == &plain ? "plain" : "coded";
+            ASSERT_EQ(Outcome([&] { return r->WriteGeoTIFF(dir.path().string(), classes, ""); }),
+                      "1||");
+        }
+        EXPECT_EQ(FileBytes((dir.path() / "RCF_coded.tiff").string()),
+                  FileBytes((dir.path() / "RCF_plain.tiff").string()));
+    }
 }
 
 } // namespace
