@@ -5,12 +5,19 @@
 
 #include <array>
 #include <cmath>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <vector>
 
 namespace {
 
 using Cells = std::vector<std::uint8_t>;
+
+std::string FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 std::string Lines(int count) { // class k has the bound k
     std::string text;
@@ -112,6 +119,32 @@ TEST(GeoTiffConvert, RasterMatchesCellByCell) {
                     << table << " row " << r << " column " << i;
             }
     }
+}
+
+// The run holds GDAL's block cache to a few megabytes: a picture several times larger
+// must reach the file as the same bytes as through a cache that holds all of it.
+TEST(GeoTiff, SmallBlockCacheWritesTheSameFile) {
+    TempDir dir;
+    GeoTiff tiff;
+    ASSERT_TRUE(tiff.initialize(dir.Write("t", Lines(200))));
+    const std::uint32_t nx = 2500, ny = 2000;
+    std::vector<double> values(static_cast<std::size_t>(nx) * ny);
+    unsigned state = 7;
+    for (double& v : values) {
+        state = state * 1103515245u + 12345u;
+        v = (state >> 16) % 7 == 0 ? (state >> 8) % 200 : (&v - values.data()) / 30000;
+    }
+    ASSERT_TRUE(tiff.convertRaster(nx, ny, values));
+    const GIntBig before = GDALGetCacheMax64();
+    std::vector<std::string> files;
+    for (const GIntBig cache : {GIntBig{1} << 20, GIntBig{256} << 20}) {
+        GDALSetCacheMax64(cache);
+        files.push_back(dir.path() / ("cache" + std::to_string(cache) + ".tiff"));
+        EXPECT_TRUE(tiff.saveGrid(files.back(), 3100, 0.0, 0.0, 10.0));
+    }
+    GDALSetCacheMax64(before);
+    EXPECT_GT(FileBytes(files[0]).size(), std::size_t{1} << 20);
+    EXPECT_EQ(FileBytes(files[0]), FileBytes(files[1]));
 }
 
 TEST(GeoTiff, RefusalsInTurn) {
