@@ -20,6 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -309,23 +310,43 @@ struct MarkerSeen {
 };
 
 // Where the first marker among n values stands, or n when there is none. The warper hands
-// over hundreds of megabytes of source pixels, so the test runs two values at a time and
-// looks closer only at a pair that holds a marker.
-std::size_t FirstMarker(const double* v, std::size_t n) {
+// over hundreds of megabytes of source pixels, so the test runs on a register of values
+// at a time and looks closer only from one that holds a marker. The markers are floats
+// exactly, and a float reaches 1e20 as a double from the first float that does.
+template <class T> std::size_t FirstMarker(const T* v, std::size_t n) {
     std::size_t c = 0;
 #if defined(__SSE2__)
-    const __m128d a = _mm_set1_pd(-9999);
-    const __m128d b = _mm_set1_pd(-32768);
-    const __m128d d = _mm_set1_pd(-32767);
-    const __m128d huge = _mm_set1_pd(1e20);
-    const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
-    for (; c + 2 <= n; c += 2) {
-        const __m128d x = _mm_loadu_pd(v + c);
-        const __m128d hit =
-            _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
-                      _mm_or_pd(_mm_cmpeq_pd(x, d), _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge)));
-        if (_mm_movemask_pd(hit) != 0)
-            return IsMarker(v[c]) ? c : c + 1;
+    if constexpr (std::is_same_v<T, float>) {
+        float least = 1e20f;
+        if (static_cast<double>(least) < 1e20)
+            least = std::nextafter(least, std::numeric_limits<float>::infinity());
+        const __m128 a = _mm_set1_ps(-9999.0f);
+        const __m128 b = _mm_set1_ps(-32768.0f);
+        const __m128 d = _mm_set1_ps(-32767.0f);
+        const __m128 huge = _mm_set1_ps(least);
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+        for (; c + 4 <= n; c += 4) {
+            const __m128 x = _mm_loadu_ps(v + c);
+            const __m128 hit =
+                _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(x, a), _mm_cmpeq_ps(x, b)),
+                          _mm_or_ps(_mm_cmpeq_ps(x, d), _mm_cmpge_ps(_mm_and_ps(x, magnitude), huge)));
+            if (_mm_movemask_ps(hit) != 0)
+                break; // found below
+        }
+    } else {
+        const __m128d a = _mm_set1_pd(-9999);
+        const __m128d b = _mm_set1_pd(-32768);
+        const __m128d d = _mm_set1_pd(-32767);
+        const __m128d huge = _mm_set1_pd(1e20);
+        const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
+        for (; c + 2 <= n; c += 2) {
+            const __m128d x = _mm_loadu_pd(v + c);
+            const __m128d hit =
+                _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
+                          _mm_or_pd(_mm_cmpeq_pd(x, d), _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge)));
+            if (_mm_movemask_pd(hit) != 0)
+                break;
+        }
     }
 #endif
     for (; c < n; ++c)
@@ -339,13 +360,17 @@ std::size_t FirstMarker(const double* v, std::size_t n) {
 CPLErr StopAtMarker(void* kernel, void* arg) {
     const auto* k = static_cast<const GDALWarpKernel*>(kernel);
     auto* seen = static_cast<MarkerSeen*>(arg);
-    const auto* v = reinterpret_cast<const double*>(k->papabySrcImage[0]);
     const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
-    const std::size_t at = FirstMarker(v, n);
-    if (at == n)
-        return CE_None;
-    *seen = {true, v[at]};
-    return CE_Failure;
+    const auto look = [&](const auto* v) {
+        const std::size_t at = FirstMarker(v, n);
+        if (at == n)
+            return CE_None;
+        *seen = {true, static_cast<double>(v[at])};
+        return CE_Failure;
+    };
+    if (k->eWorkingDataType == GDT_Float32)
+        return look(reinterpret_cast<const float*>(k->papabySrcImage[0]));
+    return look(reinterpret_cast<const double*>(k->papabySrcImage[0]));
 }
 
 // Turns the values of each chunk the warper has made into elevations in metres (unit and
@@ -436,10 +461,16 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     GDALApproxTransformerOwnsSubtransformer(approx.get(), TRUE);
     options->pfnTransformer = GDALApproxTransform;
     options->pTransformerArg = approx.get();
-    // Resampled in doubles: the marker scan reads the source chunks as doubles, and each
-    // value is rounded to the grid's float only once, when its chunk is handed over.
-    options->eWorkingDataType = GDT_Float64;
+    // The kernels resample in doubles whatever the working type, which only holds the
+    // source pixels and the results: floats hold a float or 16-bit source exactly, and
+    // round each result to the grid's float once, as doubles rounded when the chunk is
+    // handed over would, with half the memory to fill and read. A unit or sign is applied
+    // to the doubles, before that rounding, and a source of doubles needs them.
     double factor = src.factor;
+    const GDALDataType type = band->GetRasterDataType();
+    const bool floatsHold = factor == 1 && (type == GDT_Float32 || type == GDT_Byte ||
+                                            type == GDT_Int16 || type == GDT_UInt16);
+    options->eWorkingDataType = floatsHold ? GDT_Float32 : GDT_Float64;
     if (factor != 1) {
         options->pfnPostWarpChunkProcessor = ToElevations;
         options->pPostWarpProcessorArg = &factor;
