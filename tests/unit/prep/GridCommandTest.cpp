@@ -104,6 +104,44 @@ TEST(PrepGrid, EqualsGdalWarpOfTheSameSourceInEveryFormat) {
     }
 }
 
+// Float and 16-bit sources are warped in floats, others in doubles: each source gives the
+// grid the bytes its values as doubles give, averaged or interpolated, with holes.
+TEST(PrepGrid, FloatAndIntegerSourcesGiveWhatTheirValuesAsDoublesGive) {
+    TempDir dir;
+    const auto irregular = [](int c, int l) {
+        return c == 40 && l < 30 ? NAN : std::sin(c * 0.37) * 100.0 + l * 1.3 + c * c * 0.001;
+    };
+    const auto whole = [](int c, int l) { return std::round(std::cos(l * 0.21) * 300.0) + c; };
+    const struct {
+        GDALDataType type;
+        std::function<double(int, int)> value;
+    } kinds[] = {{GDT_Float32, irregular}, {GDT_Int16, whole}};
+    const struct {
+        double spacing;
+        Bounds bounds;
+    } warps[] = {{0.025, {139.6, 34.6, 140.4, 35.3}}, {0.004, {139.71, 34.83, 139.93, 35.11}}};
+    for (const auto& kind : kinds) {
+        RasterLayout layout = Geographic();
+        layout.type = kind.type;
+        MakeRaster((dir.path() / "narrow.tif").string(), layout, kind.value);
+        layout.type = GDT_Float64;
+        MakeRaster((dir.path() / "wide.tif").string(), layout, kind.value);
+        for (const auto& w : warps) {
+            SCOPED_TRACE(std::to_string(kind.type) + " at " + std::to_string(w.spacing));
+            std::string grids[2];
+            for (const int k : {0, 1}) {
+                const std::string source = k == 0 ? "narrow.tif" : "wide.tif";
+                const Outcome run = RunCaptured(
+                    Standalone(dir.path(), 4326, w.spacing, w.bounds, {source}, "out.bin"));
+                ASSERT_EQ(run.status, 0) << run.err;
+                grids[k] = Slurp(dir.path() / "out.bin");
+            }
+            EXPECT_GT(grids[0].size(), 1000u);
+            EXPECT_TRUE(grids[0] == grids[1]);
+        }
+    }
+}
+
 TEST(PrepGrid, LaterSourcesWinWhereTheyHoldDataAndEarlierOnesFillTheRest) {
     TempDir dir;
     // 1 wherever the grid reads it; a source of one number would be refused.

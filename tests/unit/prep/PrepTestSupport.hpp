@@ -30,6 +30,7 @@ struct RasterLayout {
     std::array<double, 6> transform{}; // GDAL geotransform (north-up)
     int epsg = 4326;                  // 0: no coordinate system
     std::optional<double> noData;
+    GDALDataType type = GDT_Float32;  // the band's; values are made as floats
 };
 
 // value(column, line): line 0 is the northern row.
@@ -37,7 +38,7 @@ inline void MakeRaster(const std::string& path, const RasterLayout& layout,
                        const std::function<double(int, int)>& value) {
     GDALAllRegister();
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr ds(mem->Create("", layout.nx, layout.ny, 1, GDT_Float32, nullptr));
+    GDALDatasetUniquePtr ds(mem->Create("", layout.nx, layout.ny, 1, layout.type, nullptr));
     std::vector<float> cells(static_cast<std::size_t>(layout.nx) * layout.ny);
     for (int l = 0; l < layout.ny; ++l)
         for (int c = 0; c < layout.nx; ++c)
