@@ -92,7 +92,8 @@ int MakeTemporary(const std::string& given, const Destination& to, std::string& 
     return fd;
 }
 
-void Commit(const std::string& temporary, const std::string& given, const Destination& to) {
+void CommitTemporary(const std::string& temporary, const std::string& given,
+                     const Destination& to) {
     if (std::rename(temporary.c_str(), to.path.c_str()) != 0) {
         const int error = errno;
         std::remove(temporary.c_str());
@@ -125,7 +126,7 @@ void WriteFileAtomically(const std::string& path, const std::function<bool(std::
         throw PrepError("cannot write " + path + ": " +
                         (error != 0 ? Reason(error) : std::string("a write failed")));
     }
-    Commit(temporary, path, to);
+    CommitTemporary(temporary, path, to);
 }
 
 void ReplaceFileAtomically(const std::string& path,
@@ -153,5 +154,54 @@ void ReplaceFileAtomically(const std::string& path,
         std::remove(temporary.c_str());
         throw PrepError("cannot write " + path + ": the file could not be written in full");
     }
-    Commit(temporary, path, to);
+    CommitTemporary(temporary, path, to);
+}
+
+PendingFile::PendingFile(const std::string& path) : path_(path) {
+    const Destination to = Resolve(path);
+    target_ = to.path;
+    fd_ = MakeTemporary(path, to, temporary_);
+}
+
+PendingFile::~PendingFile() {
+    if (committed_)
+        return;
+    if (fd_ >= 0)
+        close(fd_);
+    std::remove(temporary_.c_str());
+}
+
+void PendingFile::WriteAt(const void* data, std::size_t bytes, off_t offset) noexcept {
+    const auto* from = static_cast<const char*>(data);
+    for (std::size_t left = bytes; left > 0;) {
+        const ssize_t n = pwrite(fd_, from, left, offset);
+        if (n <= 0) {
+            int expected = 0;
+            error_.compare_exchange_strong(expected, n < 0 ? errno : ENOSPC);
+            return;
+        }
+        from += n;
+        left -= static_cast<std::size_t>(n);
+        offset += n;
+    }
+}
+
+void PendingFile::StartWriteBack(off_t offset, off_t bytes) noexcept {
+    (void)sync_file_range(fd_, offset, bytes, SYNC_FILE_RANGE_WRITE);
+}
+
+void PendingFile::Commit() {
+    int error = error_.load();
+    if (error == 0 && fsync(fd_) != 0)
+        error = errno;
+    if (close(fd_) != 0 && error == 0)
+        error = errno;
+    fd_ = -1;
+    if (error != 0) {
+        std::remove(temporary_.c_str());
+        committed_ = true; // nothing left to remove
+        throw PrepError("cannot write " + path_ + ": " + Reason(error));
+    }
+    committed_ = true;
+    CommitTemporary(temporary_, path_, Destination{target_, std::nullopt});
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -18,3 +21,31 @@ void WriteFileAtomically(const std::string& path, const std::function<bool(std::
 // and answers whether the file there is complete.
 void ReplaceFileAtomically(const std::string& path,
                            const std::function<bool(const std::string&)>& write);
+
+// The same replacement for content written at offsets, from any thread, while it is still
+// being made: a grid's rows as the warp finishes them. Commit makes it the file; a file
+// never committed is removed when this goes, leaving the target as it was.
+class PendingFile {
+  public:
+    explicit PendingFile(const std::string& path); // PrepError when it cannot be made
+    ~PendingFile();
+    PendingFile(const PendingFile&) = delete;
+    PendingFile& operator=(const PendingFile&) = delete;
+
+    // Writes `bytes` at `offset`; a failure is kept for Commit. Safe from several threads
+    // for ranges apart.
+    void WriteAt(const void* data, std::size_t bytes, off_t offset) noexcept;
+    // Lets the system start putting what was written in the range on the disk, so that
+    // the fsync of Commit finds little left to do.
+    void StartWriteBack(off_t offset, off_t bytes) noexcept;
+    // Everything written reaches the disk and replaces the target; PrepError otherwise.
+    void Commit();
+
+  private:
+    std::string path_;
+    std::string target_;
+    std::string temporary_;
+    int fd_ = -1;
+    std::atomic<int> error_{0}; // the first errno a write met
+    bool committed_ = false;
+};

@@ -457,10 +457,40 @@ int Grid(const GridOptions& o) {
         settings.progress = StderrProgress;
         settings.progressArg = &progressState;
     }
+    // A binary grid from one source goes to its file chunk by chunk as the warp makes it,
+    // and to the disk while the rest is warped, as gdalwarp writes its output; a grid that
+    // --fill changes afterwards, or that several sources make, is written once it is whole.
+    // Either way the file replaces the old one only once every check has passed.
+    const std::int64_t total = std::int64_t{placed.grid.nx} * placed.grid.ny;
+    const BinaryHeader header =
+        BinaryGridHeader(out.org_x, out.org_y, out.nx, out.ny, out.gridSize);
+    std::optional<PendingFile> pending;
+    if (IsBinaryGridPath(t.output) && sources.size() == 1 && !o.fill) {
+        pending.emplace(t.output);
+        pending->WriteAt(header.data(), header.size(), 0);
+        const std::size_t nx = static_cast<std::size_t>(placed.grid.nx);
+        settings.chunkDone = [&pending, &header, nx](int x, int y, int width, int height,
+                                                     const float* chunk) {
+            const auto at = [&](int row) {
+                return static_cast<off_t>(header.size() +
+                                          (static_cast<std::size_t>(row) * nx +
+                                           static_cast<std::size_t>(x)) * sizeof(float));
+            };
+            const std::size_t w = static_cast<std::size_t>(width);
+            if (w == nx) {
+                pending->WriteAt(chunk, w * static_cast<std::size_t>(height) * sizeof(float),
+                                 at(y));
+            } else {
+                for (int r = 0; r < height; ++r)
+                    pending->WriteAt(chunk + static_cast<std::size_t>(r) * w,
+                                     w * sizeof(float), at(y + r));
+            }
+            pending->StartWriteBack(at(y), at(y + height) - at(y));
+        };
+    }
     Grid2d<float> cells;
     const WarpOutcome outcome = WarpSources(placed.grid, sources, settings, cells);
 
-    const std::int64_t total = std::int64_t{placed.grid.nx} * placed.grid.ny;
     std::int64_t filled = 0;
     if (outcome.beyondFloat > 0)
         throw PrepError(StringPrintf("%" PRId64 " of %" PRId64 " cells would hold elevations "
@@ -505,7 +535,13 @@ int Grid(const GridOptions& o) {
                                      "on; check the bounds and the sources",
                                      total, double{static_cast<float>(out.valMin)}));
 
-    if (IsBinaryGridPath(t.output)) {
+    if (pending) {
+        // Should the warper have kept back a chunk, the grid is written whole after all.
+        if (outcome.handedOver != total)
+            pending->WriteAt(cells.Data(), static_cast<std::size_t>(total) * sizeof(float),
+                             static_cast<off_t>(header.size()));
+        pending->Commit();
+    } else if (IsBinaryGridPath(t.output)) {
         WriteFileAtomically(t.output, [&](std::FILE* file) {
             return PutBinaryGrid(file, out.org_x, out.org_y, out.nx, out.ny, out.gridSize,
                                  cells.Data());
@@ -528,12 +564,12 @@ int Grid(const GridOptions& o) {
 
 } // namespace
 
-bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx, std::int32_t ny,
-                   double spacing, const float* cells) {
+BinaryHeader BinaryGridHeader(double orgX, double orgY, std::int32_t nx, std::int32_t ny,
+                              double spacing) {
     static_assert(std::endian::native == std::endian::little && sizeof(float) == 4);
-    unsigned char header[2 * sizeof(double) + 2 * sizeof(std::int32_t) + sizeof(float)];
+    BinaryHeader header;
     const float storedSpacing = static_cast<float>(spacing);
-    unsigned char* at = header;
+    unsigned char* at = header.data();
     for (const auto& [value, size] : {std::pair<const void*, std::size_t>{&orgX, sizeof orgX},
                                       {&orgY, sizeof orgY},
                                       {&nx, sizeof nx},
@@ -542,10 +578,16 @@ bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx, s
         std::memcpy(at, value, size);
         at += size;
     }
+    return header;
+}
+
+bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx, std::int32_t ny,
+                   double spacing, const float* cells) {
+    const BinaryHeader header = BinaryGridHeader(orgX, orgY, nx, ny, spacing);
     const std::size_t count = static_cast<std::size_t>(std::max(nx, 0)) *
                               static_cast<std::size_t>(std::max(ny, 0));
     // The cells go from the grid itself, in one call: no block is copied on the way.
-    return std::fwrite(header, 1, sizeof header, file) == sizeof header &&
+    return std::fwrite(header.data(), 1, header.size(), file) == header.size() &&
            std::fwrite(cells, sizeof(float), count, file) == count;
 }
 

@@ -37,6 +37,11 @@ struct GridOptions : SourceOptions {
 
 // Writes a binary grid as the run reads it (the layout Region::PutBIN writes) from cells
 // already rounded to floats, rows from the south; false when a write fails.
+// The header of a binary grid: origin, size and spacing (a float) in host order.
+using BinaryHeader = std::array<unsigned char, 2 * sizeof(double) + 2 * sizeof(std::int32_t) +
+                                                   sizeof(float)>;
+[[nodiscard]] BinaryHeader BinaryGridHeader(double orgX, double orgY, std::int32_t nx,
+                                            std::int32_t ny, double spacing);
 [[nodiscard]] bool PutBinaryGrid(std::FILE* file, double orgX, double orgY, std::int32_t nx,
                                  std::int32_t ny, double spacing, const float* cells);
 

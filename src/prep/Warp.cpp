@@ -13,6 +13,7 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cinttypes>
 #include <cmath>
@@ -385,6 +386,20 @@ CPLErr ToElevations(void* kernel, void* arg) {
     return CE_None;
 }
 
+// Hands each chunk of a float warp to WarpSettings::chunkDone as soon as it is made.
+struct HandOver {
+    const WarpSettings* settings;
+    std::atomic<std::int64_t> cells{0};
+};
+CPLErr HandOverChunk(void* kernel, void* arg) {
+    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
+    auto* handOver = static_cast<HandOver*>(arg);
+    handOver->settings->chunkDone(k->nDstXOff, k->nDstYOff, k->nDstXSize, k->nDstYSize,
+                                  reinterpret_cast<const float*>(k->papabyDstImage[0]));
+    handOver->cells += std::int64_t{k->nDstXSize} * k->nDstYSize;
+    return CE_None;
+}
+
 // What GDAL says in the warper's own threads, which the quiet handler of the thread that
 // started the warp does not hear: the last failure of the first thread that failed, so
 // the message gives the reason a single thread would have given.
@@ -423,7 +438,8 @@ class ThreadErrors {
 // nodata stops at the first marker it holds where the grid reads it, unless it keeps them.
 void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
               GDALDataset& dst, GDALResampleAlg algorithm, const WarpSettings& settings,
-              int firstLine, int lines, double progressFrom, double progressTo) {
+              int firstLine, int lines, double progressFrom, double progressTo,
+              HandOver* handOver = nullptr) {
     const std::string& path = source.path;
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
@@ -474,6 +490,10 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     if (factor != 1) {
         options->pfnPostWarpChunkProcessor = ToElevations;
         options->pPostWarpProcessorArg = &factor;
+    } else if (handOver != nullptr && floatsHold) {
+        // The chunk's floats are the grid's own: rounded once, nothing applied after.
+        options->pfnPostWarpChunkProcessor = HandOverChunk;
+        options->pPostWarpProcessorArg = handOver;
     }
     MarkerSeen marker;
     if (!src.hasNoData && !source.keepMarkers) {
@@ -822,8 +842,12 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         const double progressFrom = static_cast<double>(done) * perSource;
 
         if (done == 0) {
+            HandOver handOver{&settings};
+            const bool lone = sources.size() == 1 && settings.chunkDone;
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
-                     settings, 0, grid.ny, progressFrom, progressFrom + perSource);
+                     settings, 0, grid.ny, progressFrom, progressFrom + perSource,
+                     lone ? &handOver : nullptr);
+            outcome.handedOver = handOver.cells;
             for (int j = 0; j < grid.ny; ++j) {
                 const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
                 const RowFigures figures = TakeRow(row, nx, span, count);

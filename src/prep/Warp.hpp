@@ -8,6 +8,7 @@
 #include <ogr_spatialref.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -78,6 +79,11 @@ struct WarpSettings {
     double memoryLimitBytes = 64.0 * 1024 * 1024;
     GDALProgressFunc progress = nullptr;          // with its argument; null: silent
     void* progressArg = nullptr;
+    // When set, a lone source warped in floats hands over each chunk of finished cells
+    // as the warper makes it: columns x .. x + width - 1 of grid rows y .. y + height - 1,
+    // row after row, `cells` being what the grid will hold there. Called from the
+    // warper's threads, never twice for a cell; WarpOutcome::handedOver counts the cells.
+    std::function<void(int x, int y, int width, int height, const float* cells)> chunkDone;
 };
 
 struct SourceShare {
@@ -101,6 +107,7 @@ struct WarpOutcome {
     // The lowest and highest value of the covered cells; NaN when none is covered.
     double valMin = 0;
     double valMax = 0;
+    std::int64_t handedOver = 0; // cells given to WarpSettings::chunkDone
 };
 
 // Whether `name` is a resampling method of gdalwarp this command accepts.
