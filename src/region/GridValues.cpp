@@ -3,6 +3,7 @@
 #include "region/SecondCore.hpp"
 
 #include <cstdint>
+#include <new>
 
 #include <sys/mman.h>
 
@@ -130,17 +131,45 @@ void GridValues::CodeUpTo(std::size_t end) {
         }
         out[k] = static_cast<std::uint8_t>(code);
     }
-    // The whole pages of values now held as codes go back to the system. Only large
-    // lists are blocks of their own; values of a small one stay where they are.
+    // The whole pages of values now held as codes are not needed again. Only large lists
+    // are blocks of their own; values of a small one stay where they are.
     if (GridVector<double>::allocator_type::IsHuge(values.capacity())) {
         constexpr std::uintptr_t kPage = std::uintptr_t{2} << 20;
+        const auto origin = reinterpret_cast<std::uintptr_t>(v);
         const auto first = reinterpret_cast<std::uintptr_t>(v + coded_) / kPage * kPage;
         const auto last = reinterpret_cast<std::uintptr_t>(v + end) / kPage * kPage;
-        const auto start = std::max(first, reinterpret_cast<std::uintptr_t>(v));
+        const auto start = std::max(first, origin);
         if (last > start && start % kPage == 0)
-            (void)madvise(reinterpret_cast<void*>(start), last - start, MADV_DONTNEED);
+            GiveBackPages(start, last - start);
     }
     coded_ = end;
+}
+
+void GridValues::GiveBackPages(std::uintptr_t start, std::size_t bytes) {
+    constexpr std::uintptr_t kPage = std::uintptr_t{2} << 20;
+    const auto origin = reinterpret_cast<std::uintptr_t>(values.data());
+    // While a text reader goes, nothing past the values it has counted is written yet: the
+    // pages move there, ahead of it, rather than go back to the system, so that it writes
+    // into memory the process has rather than into fresh pages the kernel must clear
+    // first. A fresh, empty mapping takes their old place.
+    const auto frontier =
+        (origin + static_cast<std::uintptr_t>(valueCount) * sizeof(double) + kPage - 1) / kPage *
+        kPage;
+    const std::uintptr_t limit = (origin + values.capacity() * sizeof(double)) / kPage * kPage;
+    void* const from = reinterpret_cast<void*>(start);
+    if (static_cast<std::size_t>(valueCount) >= coded_ && frontier >= start + bytes &&
+        frontier + bytes <= limit) {
+        void* const to = reinterpret_cast<void*>(frontier);
+        if (mremap(from, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, to) != MAP_FAILED) {
+            if (mmap(from, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
+                     -1, 0) != MAP_FAILED)
+                return;
+            // No mapping for the old place: the pages go back there, and are given back.
+            if (mremap(to, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, from) == MAP_FAILED)
+                throw std::bad_alloc();
+        }
+    }
+    (void)madvise(from, bytes, MADV_DONTNEED);
 }
 
 void GridValues::Uncode() {

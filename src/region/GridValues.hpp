@@ -241,6 +241,8 @@ struct GridValues {
     void CodeUpTo(std::size_t end);
     // Puts the coded values back into `values` and stops coding.
     void Uncode();
+    // Lets the pages [start, start + bytes) of `values`, all of them coded, go.
+    void GiveBackPages(std::uintptr_t start, std::size_t bytes);
     static constexpr std::size_t kCodeStep = std::size_t{1} << 20; // values, 8 MB
     bool coding_ = false;
     std::size_t coded_ = 0; // values[0, coded_) live in `codes` only

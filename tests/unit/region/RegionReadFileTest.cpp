@@ -259,10 +259,10 @@ TEST(RegionReadFile, LargeTextExtremesFromBothSides) {
 // Grids of few values read as codes give what the values would: the cells bit for bit,
 // the lines printed, the binary and text grids written and the picture drawn. Past the
 // first 256 distinct values the codes are undone, also after their values' memory has
-// been given back (a 257th value after the first million).
+// been given back or moved ahead of the reader (a 257th value after two million).
 TEST(RegionReadFile, FewValuesHeldAsCodesGiveWhatTheValuesGive) {
     TempDir dir;
-    constexpr int nx = 1000, ny = 1200; // past the first step of coding
+    constexpr int nx = 2000, ny = 1300; // past the first steps of coding
     const std::string classes = [&] {
         std::string text;
         for (int k = 0; k < 12; ++k)
@@ -282,8 +282,8 @@ TEST(RegionReadFile, FewValuesHeldAsCodesGiveWhatTheValuesGive) {
     const Case cases[] = {
         {"few", few, false, true},
         {"many from the start", [](int k) { return std::to_string(k % 1000) + ".5"; }, false, false},
-        {"many after a million", [&](int k) { return k < 1100000 ? few(k) : std::to_string(k); },
-         false, false},
+        {"many after two million",
+         [&](int k) { return k < 2300000 ? few(k) : std::to_string(k); }, false, false},
         {"few, binary", few, true, true},
     };
     for (const Case& c : cases) {
