@@ -163,7 +163,8 @@ void GeoTiff::SearchClasses(const double* row, std::size_t count, std::uint8_t* 
     }
 }
 
-template <class RowAt> bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt) {
+template <class ClassifyRows>
+bool GeoTiff::ClassifyWith(std::uint32_t nx, std::uint32_t ny, ClassifyRows classifyRows) {
     raster.clear();
     raster.shrink_to_fit();
     xSize = nx;
@@ -190,15 +191,6 @@ template <class RowAt> bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny
         std::printf("Error : GeoTiff::convertRaster() -> Raster array allocation\n");
         return false;
     }
-    // Pictures are stored top row first: the northernmost grid row comes first.
-    const auto classifyRows = [&](std::uint32_t firstRow, std::uint32_t endRow) {
-        std::vector<double> scratch(xSize);
-        for (std::uint32_t r = firstRow; r < endRow; ++r) {
-            const double* row = rowAt(ySize - 1 - r, scratch.data());
-            std::uint8_t* out = raster.data() + static_cast<std::size_t>(r) * xSize;
-            SearchClasses(row, xSize, out);
-        }
-    };
     // A cell's class depends on its value alone, so a large picture is classified in two
     // halves of rows, the second on the other core where there is one.
     const std::uint32_t half = ySize / 2;
@@ -215,6 +207,18 @@ template <class RowAt> bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny
         classifyRows(0, ySize);
     }
     return true;
+}
+
+template <class RowAt> bool GeoTiff::Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt) {
+    // Pictures are stored top row first: the northernmost grid row comes first.
+    return ClassifyWith(nx, ny, [&](std::uint32_t firstRow, std::uint32_t endRow) {
+        std::vector<double> scratch(xSize);
+        for (std::uint32_t r = firstRow; r < endRow; ++r) {
+            const double* row = rowAt(ySize - 1 - r, scratch.data());
+            std::uint8_t* out = raster.data() + static_cast<std::size_t>(r) * xSize;
+            SearchClasses(row, xSize, out);
+        }
+    });
 }
 
 bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const double> values) {
@@ -246,13 +250,19 @@ bool GeoTiff::convertRaster(std::uint32_t nx, std::uint32_t ny, std::span<const 
 
 bool GeoTiff::convertCodes(std::uint32_t nx, std::uint32_t ny, std::span<const std::uint8_t> codes,
                            std::span<const double> table) {
-    return Classify(nx, ny, [&](std::uint32_t j, double* scratch) -> const double* {
-        const std::size_t at = static_cast<std::size_t>(j) * nx;
-        for (std::uint32_t i = 0; i < nx; ++i) {
-            const std::size_t code = at + i < codes.size() ? codes[at + i] : table.size();
-            scratch[i] = code < table.size() ? table[code] : NAN;
+    return ClassifyWith(nx, ny, [&](std::uint32_t firstRow, std::uint32_t endRow) {
+        // Each code's class is its value's, as the search finds it; a code past the table
+        // and a cell past the codes are NaN, class 0.
+        std::uint8_t classOf[256] = {};
+        SearchClasses(table.data(), std::min<std::size_t>(table.size(), 256), classOf);
+        for (std::uint32_t r = firstRow; r < endRow; ++r) {
+            const std::size_t at = static_cast<std::size_t>(ySize - 1 - r) * nx;
+            std::uint8_t* out = raster.data() + static_cast<std::size_t>(r) * xSize;
+            const std::size_t held = at < codes.size() ? std::min<std::size_t>(nx, codes.size() - at) : 0;
+            for (std::size_t i = 0; i < held; ++i)
+                out[i] = classOf[codes[at + i]];
+            std::fill(out + held, out + nx, std::uint8_t{0});
         }
-        return scratch;
     });
 }
 

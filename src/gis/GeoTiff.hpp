@@ -82,6 +82,10 @@ class GeoTiff {
     std::uint32_t ySize = 0;
 
   private:
+    // Checks the picture can be drawn, sizes the raster and has classifyRows(first, end)
+    // fill raster rows [first, end), in two halves on two cores where the picture is large.
+    template <class ClassifyRows>
+    bool ClassifyWith(std::uint32_t nx, std::uint32_t ny, ClassifyRows classifyRows);
     // rowAt(j, scratch) gives the nx values of grid row j, in place or copied to scratch.
     template <class RowAt> bool Classify(std::uint32_t nx, std::uint32_t ny, RowAt rowAt);
     void SearchClasses(const double* row, std::size_t count, std::uint8_t* out) const;
