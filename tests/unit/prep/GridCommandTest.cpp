@@ -333,53 +333,71 @@ TEST(PrepGrid, BadInputEndsInOneLine) {
     }
 }
 
+// Text grids, and binary grids, which a lone source writes as the warp goes.
 TEST(PrepGrid, WritesThroughLinksAndReplacesOnlyRegularFiles) {
-    TempDir dir;
-    MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
-    GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.6, 34.6, 140, 35}, {"src.tif"});
+    for (const std::string ext : {".txt", ".bin"}) {
+        SCOPED_TRACE(ext);
+        TempDir dir;
+        MakeRaster((dir.path() / "src.tif").string(), Geographic(), Slope);
+        GridOptions o = Standalone(dir.path(), 4326, 0.1, {139.6, 34.6, 140, 35}, {"src.tif"});
 
-    // A link to a grid elsewhere: the grid is replaced, keeping its mode; the link stays.
-    const std::string real = dir.Write("grids/real.txt", "old grid");
-    fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
-    fs::create_symlink("grids/real.txt", dir.path() / "link.txt");
-    o.output = (dir.path() / "link.txt").string();
-    o.geotiff = (dir.path() / "link.tif").string();
-    fs::create_symlink("grids/real.tif", o.geotiff); // dangling: names the file to make
-    const Outcome linked = RunCaptured(o);
-    ASSERT_EQ(linked.status, 0) << linked.err;
-    EXPECT_TRUE(fs::is_symlink(o.output));
-    EXPECT_TRUE(fs::is_symlink(o.geotiff));
-    EXPECT_EQ(ReadBack(real, 0.1).nx, 4);
-    EXPECT_EQ(fs::status(real).permissions(),
-              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
-    EXPECT_TRUE(fs::is_regular_file(dir.path() / "grids" / "real.tif"));
-    o.geotiff.clear();
+        // A link to a grid elsewhere: the grid is replaced, keeping its mode; the link stays.
+        const std::string real = dir.Write("grids/real" + ext, "old grid");
+        fs::permissions(real,
+                        fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+        fs::create_symlink("grids/real" + ext, dir.path() / ("link" + ext));
+        o.output = (dir.path() / ("link" + ext)).string();
+        o.geotiff = (dir.path() / "link.tif").string();
+        fs::create_symlink("grids/real.tif", o.geotiff); // dangling: names the file to make
+        const Outcome linked = RunCaptured(o);
+        ASSERT_EQ(linked.status, 0) << linked.err;
+        EXPECT_TRUE(fs::is_symlink(o.output));
+        EXPECT_TRUE(fs::is_symlink(o.geotiff));
+        EXPECT_EQ(ReadBack(real, 0.1).nx, 4);
+        EXPECT_EQ(fs::status(real).permissions(),
+                  fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+        EXPECT_TRUE(fs::is_regular_file(dir.path() / "grids" / "real.tif"));
+        o.geotiff.clear();
 
-    // Renaming over these would remove the node; a FIFO is never opened, so never waited on.
-    const std::string fifo = (dir.path() / "fifo").string();
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    fs::create_directory(dir.path() / "folder");
-    struct Case {
-        std::string path;
-        const char* kind;
-    };
-    const Case cases[] = {{"/dev/null", "a character device"},
-                          {"/dev/full", "a character device"},
-                          {fifo, "a FIFO"},
-                          {(dir.path() / "folder").string(), "a directory"}};
-    for (const Case& c : cases) {
-        o.output = c.path;
-        const Outcome refused = RunCaptured(o);
-        EXPECT_EQ(refused.status, 1);
-        EXPECT_EQ(refused.err, "seaforge-prep: cannot write " + c.path + ": it is " + c.kind +
-                                   ", and only a regular file is replaced\n");
-        const fs::file_type kind = fs::symlink_status(c.path).type();
-        EXPECT_TRUE(kind == fs::file_type::character || kind == fs::file_type::fifo ||
-                    kind == fs::file_type::directory)
-            << c.path;
+        // Renaming over these would remove the node; a FIFO is never opened, so never
+        // waited on. A binary grid names its file ".bin": devices through links so named.
+        const std::string fifo = (dir.path() / ("fifo" + ext)).string();
+        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+        fs::create_directory(dir.path() / ("folder" + ext));
+        std::string devices[] = {"/dev/null", "/dev/full"};
+        if (ext == ".bin") {
+            for (std::string& device : devices) {
+                const fs::path link = dir.path() / (fs::path(device).filename().string() + ext);
+                fs::create_symlink(device, link);
+                device = link.string();
+            }
+        }
+        struct Case {
+            std::string path;
+            const char* kind;
+        };
+        const Case cases[] = {{devices[0], "a character device"},
+                              {devices[1], "a character device"},
+                              {fifo, "a FIFO"},
+                              {(dir.path() / ("folder" + ext)).string(), "a directory"}};
+        for (const Case& c : cases) {
+            o.output = c.path;
+            const Outcome refused = RunCaptured(o);
+            EXPECT_EQ(refused.status, 1);
+            EXPECT_EQ(refused.err, "seaforge-prep: cannot write " + c.path + ": it is " +
+                                       c.kind + ", and only a regular file is replaced\n");
+            const fs::file_type kind = fs::status(c.path).type();
+            EXPECT_TRUE(kind == fs::file_type::character || kind == fs::file_type::fifo ||
+                        kind == fs::file_type::directory)
+                << c.path;
+        }
+        std::vector<std::string> names = {"fifo" + ext, "folder" + ext, "grids", "link.tif",
+                                          "link" + ext, "src.tif"};
+        if (ext == ".bin")
+            names.insert(names.end(), {"full.bin", "null.bin"});
+        std::sort(names.begin(), names.end());
+        EXPECT_EQ(Names(dir.path()), names);
     }
-    EXPECT_EQ(Names(dir.path()), (std::vector<std::string>{"fifo", "folder", "grids", "link.tif",
-                                                           "link.txt", "src.tif"}));
 }
 
 TEST(PrepGrid, ExtentFromLonLatOrExactPointsAndAGeoTiffBeside) {
