@@ -114,14 +114,14 @@ struct GridValues {
 
     // Codes of the values in place of the values themselves (set before Prepare with
     // Code()): for grids of few values, each value stored once and every cell a byte.
-    // The values are coded and their memory given back a few megabytes at a time as the
-    // reader goes, so the values are never held whole. Once a 257th value is met the
-    // values coded so far are put back and the list is kept as it is.
+    // The values are coded eight megabytes at a time as the reader goes, and the pages
+    // that held them serve the values still to come, so the values are never held whole.
+    // Once a 257th value is met the values coded so far are put back and the list is kept
+    // as it is.
     GridVector<std::uint8_t> codes;
     ValueCodes codeTable;
 
     void Code() { coding_ = true; }
-    [[nodiscard]] bool Coded() const { return coding_; }
     // Codes what is not coded yet, after Finish; false when the values took more codes
     // than there are, which leaves them in `values`.
     bool CodeRest() {
@@ -166,12 +166,12 @@ struct GridValues {
     }
     void AddId(std::int32_t id) {
         const auto at = static_cast<std::size_t>(idCount);
-        if (id == 0 && idsFresh && at < ids.size())
-            ; // already zero
-        else if (at < ids.size())
-            ids[at] = id;
-        else if (at < keep)
+        if (at < ids.size()) {
+            if (id != 0 || !idsFresh) // a fresh list holds the zero already
+                ids[at] = id;
+        } else if (at < keep) {
             Grow(ids, at)[at] = id;
+        }
         ++idCount;
     }
 
