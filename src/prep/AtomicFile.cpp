@@ -164,6 +164,7 @@ PendingFile::PendingFile(const std::string& path) : path_(path) {
 }
 
 PendingFile::~PendingFile() {
+    StopWriter();
     if (committed_)
         return;
     if (fd_ >= 0)
@@ -190,7 +191,70 @@ void PendingFile::StartWriteBack(off_t offset, off_t bytes) noexcept {
     (void)sync_file_range(fd_, offset, bytes, SYNC_FILE_RANGE_WRITE);
 }
 
+namespace {
+// What may wait for the writer thread: the grid's chunks are a few megabytes each.
+constexpr std::size_t kMostWaiting = std::size_t{16} << 20;
+} // namespace
+
+void PendingFile::Write(const char* data, const Rows& where) noexcept {
+    for (int r = 0; r < where.rows; ++r)
+        WriteAt(data + static_cast<std::size_t>(r) * where.rowBytes, where.rowBytes,
+                where.offset + r * where.stride);
+    StartWriteBack(where.offset,
+                   (where.rows - 1) * where.stride + static_cast<off_t>(where.rowBytes));
+}
+
+void PendingFile::WriteRowsSoon(const void* data, std::size_t rowBytes, int rows, off_t offset,
+                                off_t offsetStride) noexcept {
+    if (rows <= 0)
+        return;
+    const std::size_t bytes = rowBytes * static_cast<std::size_t>(rows);
+    Rows where{{}, rowBytes, rows, offset, offsetStride};
+    try {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (waitingBytes_ + bytes <= kMostWaiting) {
+            if (!writer_.joinable())
+                writer_ = std::thread([this] { WriteWaiting(); });
+            const auto* from = static_cast<const char*>(data);
+            where.bytes.assign(from, from + bytes);
+            waitingBytes_ += bytes;
+            waiting_.push_back(std::move(where));
+            wake_.notify_one();
+            return;
+        }
+    } catch (...) {
+        // No thread or no memory for the copy: written here and now instead.
+    }
+    Write(static_cast<const char*>(data), where);
+}
+
+void PendingFile::WriteWaiting() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+        wake_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+        if (waiting_.empty())
+            return; // stopping, and nothing left
+        Rows rows = std::move(waiting_.front());
+        waiting_.pop_front();
+        lock.unlock();
+        Write(rows.bytes.data(), rows);
+        lock.lock();
+        waitingBytes_ -= rows.bytes.size();
+    }
+}
+
+void PendingFile::StopWriter() noexcept {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_one();
+    if (writer_.joinable())
+        writer_.join();
+}
+
 void PendingFile::Commit() {
+    StopWriter(); // every row written first
     int error = error_.load();
     if (error == 0 && fsync(fd_) != 0)
         error = errno;

@@ -1,11 +1,18 @@
 #pragma once
 
+#include "region/Grid2d.hpp"
+
 #include <sys/types.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdio>
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 // Files a user may already have are replaced only whole: the content goes to
 // "<path>.tmp-XXXXXX" beside the target, reaches the disk, and is renamed over the target.
@@ -38,10 +45,34 @@ class PendingFile {
     // Lets the system start putting what was written in the range on the disk, so that
     // the fsync of Commit finds little left to do.
     void StartWriteBack(off_t offset, off_t bytes) noexcept;
+    // `rows` rows of `rowBytes` bytes, one after another at `data`, for `offset` and on,
+    // `offsetStride` apart: copied, and written and handed to write-back on a thread of
+    // this file's own, so that the caller goes on at once. Beyond a few megabytes waiting,
+    // the caller writes them itself.
+    void WriteRowsSoon(const void* data, std::size_t rowBytes, int rows, off_t offset,
+                       off_t offsetStride) noexcept;
     // Everything written reaches the disk and replaces the target; PrepError otherwise.
     void Commit();
 
   private:
+    struct Rows {
+        GridVector<char> bytes; // a large copy keeps to the blocks grids use and reuse
+        std::size_t rowBytes;
+        int rows;
+        off_t offset;
+        off_t stride;
+    };
+    void Write(const char* data, const Rows& where) noexcept;
+    void WriteWaiting();
+    void StopWriter() noexcept;
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<Rows> waiting_;
+    std::size_t waitingBytes_ = 0;
+    bool stopping_ = false;
+    std::thread writer_;
+
     std::string path_;
     std::string target_;
     std::string temporary_;

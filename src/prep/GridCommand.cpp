@@ -375,11 +375,11 @@ void PrintSummary(const Target& t, const Placed& placed, const Region& out,
 int Grid(const GridOptions& o) {
     // The warper reads sources through GDAL's block cache; bounded before the first read,
     // so memory stays the grid plus a fixed amount however large the sources are. The
-    // warper copies each chunk's source window into a buffer of its own (at most 64 MB of
-    // doubles), so the cache need only hold what neighbouring chunks share: the window of
-    // one chunk in a float source's own blocks, 32 MB. Measured: a 64, 16 or 8 MB cache
-    // takes the same time, and 64 MB costs a netCDF source 14 MB more at the peak.
-    CPLSetConfigOption("GDAL_CACHEMAX", "32");
+    // warper copies each chunk's source window into a buffer of its own (64 MB of working
+    // buffers), so the cache need only hold what neighbouring chunks share. Measured: a
+    // 64, 32, 16 or 8 MB cache takes the same time; each step up costs a netCDF source
+    // memory at the peak, and 16 MB leaves room for the chunks waiting to be written.
+    CPLSetConfigOption("GDAL_CACHEMAX", "16");
     // The warper allocates and frees buffers of tens of megabytes for every chunk; from
     // the heap they are used again, where fresh mappings would be faulted in page by page
     // each time. One arena: the chunk threads take turns, so they need not hold one each.
@@ -476,16 +476,14 @@ int Grid(const GridOptions& o) {
                                           (static_cast<std::size_t>(row) * nx +
                                            static_cast<std::size_t>(x)) * sizeof(float));
             };
+            // Written on the file's own thread: the warper goes on to the next chunk.
             const std::size_t w = static_cast<std::size_t>(width);
-            if (w == nx) {
-                pending->WriteAt(chunk, w * static_cast<std::size_t>(height) * sizeof(float),
-                                 at(y));
-            } else {
-                for (int r = 0; r < height; ++r)
-                    pending->WriteAt(chunk + static_cast<std::size_t>(r) * w,
-                                     w * sizeof(float), at(y + r));
-            }
-            pending->StartWriteBack(at(y), at(y + height) - at(y));
+            if (w == nx)
+                pending->WriteRowsSoon(chunk, w * static_cast<std::size_t>(height) * sizeof(float),
+                                       1, at(y), 0);
+            else
+                pending->WriteRowsSoon(chunk, w * sizeof(float), height, at(y),
+                                       at(y + 1) - at(y));
         };
     }
     Grid2d<float> cells;

@@ -13,6 +13,7 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cctype>
 #include <cinttypes>
@@ -363,7 +364,27 @@ CPLErr StopAtMarker(void* kernel, void* arg) {
     auto* seen = static_cast<MarkerSeen*>(arg);
     const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
     const auto look = [&](const auto* v) {
-        const std::size_t at = FirstMarker(v, n);
+        // The warp waits for this look, while the reading of the next chunk has mostly
+        // finished: a large chunk's second half is looked at on another core.
+        std::size_t at = n;
+        const std::size_t half = n / 2;
+        std::size_t laterAt = n;
+        std::thread later;
+        if (half >= (std::size_t{1} << 20)) {
+            try {
+                later = std::thread([&] { laterAt = half + FirstMarker(v + half, n - half); });
+            } catch (...) {
+                // No thread: the whole chunk is looked at here.
+            }
+        }
+        if (later.joinable()) {
+            at = FirstMarker(v, half);
+            later.join();
+            if (at == half)
+                at = laterAt;
+        } else {
+            at = FirstMarker(v, n);
+        }
         if (at == n)
             return CE_None;
         *seen = {true, static_cast<double>(v[at])};
@@ -374,30 +395,54 @@ CPLErr StopAtMarker(void* kernel, void* arg) {
     return look(reinterpret_cast<const double*>(k->papabySrcImage[0]));
 }
 
-// Turns the values of each chunk the warper has made into elevations in metres (unit and
-// sign) while they are still doubles, before they are rounded to the grid's floats.
-CPLErr ToElevations(void* kernel, void* arg) {
+// What happens to each chunk the warper has made, before it is copied into the grid.
+struct ChunkMade {
+    double factor = 1;  // unit and sign, applied to working doubles
+    bool floats = false; // the working type is float: the chunk holds the grid's values
+    const WarpSettings* settings = nullptr; // its chunkDone gets float chunks; or null
+    std::atomic<std::int64_t> handedOver{0};
+    // The chunks' places, x, y, width, height: cells outside them were never written.
+    std::mutex mutex;
+    std::vector<std::array<int, 4>> windows;
+};
+CPLErr OnChunkMade(void* kernel, void* arg) {
     const auto* k = static_cast<const GDALWarpKernel*>(kernel);
-    const double factor = *static_cast<const double*>(arg);
-    auto* v = reinterpret_cast<double*>(k->papabyDstImage[0]);
+    auto* made = static_cast<ChunkMade*>(arg);
     const std::size_t n = static_cast<std::size_t>(k->nDstXSize) * static_cast<std::size_t>(k->nDstYSize);
-    for (std::size_t c = 0; c < n; ++c)
-        v[c] *= factor; // NaN stays NaN
+    // Elevations in metres while the values are still doubles, before they are rounded
+    // to the grid's floats.
+    if (made->factor != 1) {
+        auto* v = reinterpret_cast<double*>(k->papabyDstImage[0]);
+        for (std::size_t c = 0; c < n; ++c)
+            v[c] *= made->factor; // NaN stays NaN
+    }
+    if (made->floats && made->settings != nullptr) {
+        made->settings->chunkDone(k->nDstXOff, k->nDstYOff, k->nDstXSize, k->nDstYSize,
+                                  reinterpret_cast<const float*>(k->papabyDstImage[0]));
+        made->handedOver += static_cast<std::int64_t>(n);
+    }
+    const std::lock_guard<std::mutex> lock(made->mutex);
+    made->windows.push_back({k->nDstXOff, k->nDstYOff, k->nDstXSize, k->nDstYSize});
     return CE_None;
 }
 
-// Hands each chunk of a float warp to WarpSettings::chunkDone as soon as it is made.
-struct HandOver {
-    const WarpSettings* settings;
-    std::atomic<std::int64_t> cells{0};
-};
-CPLErr HandOverChunk(void* kernel, void* arg) {
-    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
-    auto* handOver = static_cast<HandOver*>(arg);
-    handOver->settings->chunkDone(k->nDstXOff, k->nDstYOff, k->nDstXSize, k->nDstYSize,
-                                  reinterpret_cast<const float*>(k->papabyDstImage[0]));
-    handOver->cells += std::int64_t{k->nDstXSize} * k->nDstYSize;
-    return CE_None;
+// NaN in every cell of rows [firstLine, firstLine + lines) that no chunk covered: the
+// cells a warp initialising every chunk to NaN leaves NaN, had GDAL left one out.
+void FillUnwarped(Grid2d<float>& cells, int firstLine, int lines,
+                  std::vector<std::array<int, 4>> windows) {
+    std::sort(windows.begin(), windows.end());
+    const int nx = cells.Columns();
+    for (int j = firstLine; j < firstLine + lines; ++j) {
+        float* row = cells.Data() + static_cast<std::size_t>(j) * static_cast<std::size_t>(nx);
+        int x = 0; // cells before x are covered or filled
+        for (const auto& [wx, wy, width, height] : windows) {
+            if (j < wy || j >= wy + height)
+                continue;
+            std::fill(row + x, row + std::max(x, wx), std::numeric_limits<float>::quiet_NaN());
+            x = std::max(x, wx + width);
+        }
+        std::fill(row + std::min(x, nx), row + nx, std::numeric_limits<float>::quiet_NaN());
+    }
 }
 
 // What GDAL says in the warper's own threads, which the quiet handler of the thread that
@@ -439,7 +484,7 @@ class ThreadErrors {
 void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
               GDALDataset& dst, GDALResampleAlg algorithm, const WarpSettings& settings,
               int firstLine, int lines, double progressFrom, double progressTo,
-              HandOver* handOver = nullptr) {
+              ChunkMade* made = nullptr) {
     const std::string& path = source.path;
     CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     CPLErrorReset();
@@ -487,13 +532,14 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     const bool floatsHold = factor == 1 && (type == GDT_Float32 || type == GDT_Byte ||
                                             type == GDT_Int16 || type == GDT_UInt16);
     options->eWorkingDataType = floatsHold ? GDT_Float32 : GDT_Float64;
-    if (factor != 1) {
-        options->pfnPostWarpChunkProcessor = ToElevations;
-        options->pPostWarpProcessorArg = &factor;
-    } else if (handOver != nullptr && floatsHold) {
-        // The chunk's floats are the grid's own: rounded once, nothing applied after.
-        options->pfnPostWarpChunkProcessor = HandOverChunk;
-        options->pPostWarpProcessorArg = handOver;
+    ChunkMade own;
+    if (made == nullptr)
+        made = &own;
+    made->factor = factor;
+    made->floats = floatsHold;
+    if (factor != 1 || made != &own) {
+        options->pfnPostWarpChunkProcessor = OnChunkMade;
+        options->pPostWarpProcessorArg = made;
     }
     MarkerSeen marker;
     if (!src.hasNoData && !source.keepMarkers) {
@@ -815,7 +861,14 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         outcome.sources.push_back(share);
     }
 
-    cells.Assign(grid.nx, grid.ny, std::numeric_limits<float>::quiet_NaN());
+    // The first warp writes every cell, each chunk set to NaN before it is warped: the
+    // grid's memory is first touched there, as the warper hands the chunks over while it
+    // warps the next, rather than filled beforehand on one core.
+    {
+        GridVector<float> unwritten(static_cast<std::size_t>(grid.nx) *
+                                    static_cast<std::size_t>(grid.ny));
+        cells.Adopt(grid.nx, grid.ny, std::move(unwritten));
+    }
     GDALDatasetUniquePtr target = DatasetOver(cells, grid, srs);
 
     // Bands of rows as many as 32 MB of doubles hold, fixed like the warper's chunks: the
@@ -842,12 +895,13 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
         const double progressFrom = static_cast<double>(done) * perSource;
 
         if (done == 0) {
-            HandOver handOver{&settings};
-            const bool lone = sources.size() == 1 && settings.chunkDone;
+            ChunkMade made;
+            if (sources.size() == 1 && settings.chunkDone)
+                made.settings = &settings;
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
-                     settings, 0, grid.ny, progressFrom, progressFrom + perSource,
-                     lone ? &handOver : nullptr);
-            outcome.handedOver = handOver.cells;
+                     settings, 0, grid.ny, progressFrom, progressFrom + perSource, &made);
+            outcome.handedOver = made.handedOver;
+            FillUnwarped(cells, 0, grid.ny, made.windows);
             for (int j = 0; j < grid.ny; ++j) {
                 const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
                 const RowFigures figures = TakeRow(row, nx, span, count);
