@@ -305,18 +305,27 @@ void* ExactTransformer(const OpenedSource& src, GDALDataset& dst, int epsg,
     return exact;
 }
 
-// A nodata marker met in the source pixels a warp reads.
-struct MarkerSeen {
-    bool seen = false;
-    double value = 0;
+// What the look at each chunk of source pixels does and finds.
+struct ChunkLook {
+    bool markers = false; // stop at the first nodata marker
+    bool nanMask = false; // mark NaN pixels as holding no data, GDAL's nodata masker's way
+    bool seen = false;    // a marker was met: the warp stops
+    double value = 0;     // the marker
 };
 
-// Where the first marker among n values stands, or n when there is none. The warper hands
-// over hundreds of megabytes of source pixels, so the test runs on a register of values
-// at a time and looks closer only from one that holds a marker. The markers are floats
+// What one scan of source pixels found.
+struct Scanned {
+    std::size_t marker; // the first marker's place, or the count when there is none
+    bool nan;           // whether a NaN came before it
+};
+
+// Looks for the first marker (when `markers`) and for NaN among n values. The warper hands
+// over hundreds of megabytes of source pixels, so the test runs on a register of values at
+// a time and looks closer only from one that holds a marker. The markers are floats
 // exactly, and a float reaches 1e20 as a double from the first float that does.
-template <class T> std::size_t FirstMarker(const T* v, std::size_t n) {
+template <class T> Scanned ScanPixels(const T* v, std::size_t n, bool markers) {
     std::size_t c = 0;
+    bool nan = false;
 #if defined(__SSE2__)
     if constexpr (std::is_same_v<T, float>) {
         float least = 1e20f;
@@ -325,74 +334,103 @@ template <class T> std::size_t FirstMarker(const T* v, std::size_t n) {
         const __m128 a = _mm_set1_ps(-9999.0f);
         const __m128 b = _mm_set1_ps(-32768.0f);
         const __m128 d = _mm_set1_ps(-32767.0f);
-        const __m128 huge = _mm_set1_ps(least);
-        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+        const __m128 huge = _mm_set1_ps(markers ? least : std::numeric_limits<float>::quiet_NaN());
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(markers ? 0x7fffffff : 0));
+        __m128 nans = _mm_setzero_ps();
         for (; c + 4 <= n; c += 4) {
             const __m128 x = _mm_loadu_ps(v + c);
+            nans = _mm_or_ps(nans, _mm_cmpunord_ps(x, x));
             const __m128 hit =
                 _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(x, a), _mm_cmpeq_ps(x, b)),
                           _mm_or_ps(_mm_cmpeq_ps(x, d), _mm_cmpge_ps(_mm_and_ps(x, magnitude), huge)));
-            if (_mm_movemask_ps(hit) != 0)
+            if (markers && _mm_movemask_ps(hit) != 0)
                 break; // found below
         }
+        nan = _mm_movemask_ps(nans) != 0;
     } else {
         const __m128d a = _mm_set1_pd(-9999);
         const __m128d b = _mm_set1_pd(-32768);
         const __m128d d = _mm_set1_pd(-32767);
         const __m128d huge = _mm_set1_pd(1e20);
         const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
+        __m128d nans = _mm_setzero_pd();
         for (; c + 2 <= n; c += 2) {
             const __m128d x = _mm_loadu_pd(v + c);
+            nans = _mm_or_pd(nans, _mm_cmpunord_pd(x, x));
             const __m128d hit =
                 _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
                           _mm_or_pd(_mm_cmpeq_pd(x, d), _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge)));
-            if (_mm_movemask_pd(hit) != 0)
+            if (markers && _mm_movemask_pd(hit) != 0)
                 break;
         }
+        nan = _mm_movemask_pd(nans) != 0;
     }
 #endif
-    for (; c < n; ++c)
-        if (IsMarker(v[c]))
-            return c;
-    return n;
+    for (; c < n; ++c) {
+        if (markers && IsMarker(v[c]))
+            return {c, nan};
+        nan = nan || std::isnan(v[c]);
+    }
+    return {n, nan};
+}
+
+// Clears the validity bit of every NaN pixel, making the mask first where there is none:
+// what GDAL's nodata masker does for a nodata value of NaN, done here only for a chunk
+// that holds one. GDAL frees the mask with the chunk.
+template <class T> void MaskNaN(GDALWarpKernel& k, const T* v, std::size_t n) {
+    if (k.panUnifiedSrcValid == nullptr) {
+        const std::size_t words = (n + WARP_EXTRA_ELTS + 31) / 32;
+        k.panUnifiedSrcValid = static_cast<GUInt32*>(CPLMalloc(words * sizeof(GUInt32)));
+        std::fill(k.panUnifiedSrcValid, k.panUnifiedSrcValid + words, ~GUInt32{0});
+    }
+    for (std::size_t i = 0; i < n; ++i)
+        if (std::isnan(v[i]))
+            k.panUnifiedSrcValid[i >> 5] &= ~(GUInt32{1} << (i & 31));
 }
 
 // Looks at each chunk of source pixels the warper has read, before it resamples them, so
-// markers are caught in what the grid takes without reading the source a second time.
-CPLErr StopAtMarker(void* kernel, void* arg) {
-    const auto* k = static_cast<const GDALWarpKernel*>(kernel);
-    auto* seen = static_cast<MarkerSeen*>(arg);
-    const std::size_t n = static_cast<std::size_t>(k->nSrcXSize) * static_cast<std::size_t>(k->nSrcYSize);
-    const auto look = [&](const auto* v) {
-        // The warp waits for this look, while the reading of the next chunk has mostly
-        // finished: a large chunk's second half is looked at on another core.
-        std::size_t at = n;
+// markers are caught, and NaN masked, without reading the source a second time. This runs
+// while the warp waits, the reading of the next chunk mostly finished: a large chunk's
+// second half is looked at on another core.
+CPLErr LookAtChunk(void* kernel, void* arg) {
+    auto& k = *static_cast<GDALWarpKernel*>(kernel);
+    auto* look = static_cast<ChunkLook*>(arg);
+    const std::size_t n = static_cast<std::size_t>(k.nSrcXSize) * static_cast<std::size_t>(k.nSrcYSize);
+    const auto scan = [&](const auto* v) {
         const std::size_t half = n / 2;
-        std::size_t laterAt = n;
-        std::thread later;
+        Scanned later{n, false};
+        std::thread second;
         if (half >= (std::size_t{1} << 20)) {
             try {
-                later = std::thread([&] { laterAt = half + FirstMarker(v + half, n - half); });
+                second = std::thread([&] {
+                    later = ScanPixels(v + half, n - half, look->markers);
+                    later.marker += half;
+                });
             } catch (...) {
                 // No thread: the whole chunk is looked at here.
             }
         }
-        if (later.joinable()) {
-            at = FirstMarker(v, half);
-            later.join();
-            if (at == half)
-                at = laterAt;
+        Scanned found{n, false};
+        if (second.joinable()) {
+            found = ScanPixels(v, half, look->markers);
+            second.join();
+            if (found.marker == half)
+                found = {later.marker, found.nan || later.nan};
         } else {
-            at = FirstMarker(v, n);
+            found = ScanPixels(v, n, look->markers);
         }
-        if (at == n)
-            return CE_None;
-        *seen = {true, static_cast<double>(v[at])};
-        return CE_Failure;
+        if (found.marker < n) {
+            look->seen = true;
+            look->value = static_cast<double>(v[found.marker]);
+            return CE_Failure;
+        }
+        if (look->nanMask && found.nan)
+            MaskNaN(k, v, n);
+        return CE_None;
     };
-    if (k->eWorkingDataType == GDT_Float32)
-        return look(reinterpret_cast<const float*>(k->papabySrcImage[0]));
-    return look(reinterpret_cast<const double*>(k->papabySrcImage[0]));
+    if (k.eWorkingDataType == GDT_Float32)
+        return scan(reinterpret_cast<const float*>(k.papabySrcImage[0]));
+    return scan(reinterpret_cast<const double*>(k.papabySrcImage[0]));
 }
 
 // What happens to each chunk the warper has made, before it is copied into the grid.
@@ -501,11 +539,16 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
 
     GDALRasterBand* band = src.ds->GetRasterBand(1);
     const bool floating = GDALDataTypeIsFloating(band->GetRasterDataType());
-    if (src.hasNoData || (floating && band->GetMaskFlags() == GMF_ALL_VALID)) {
-        // A float source without nodata may still hold NaN where it knows nothing.
+    ChunkLook look;
+    look.markers = !src.hasNoData && !source.keepMarkers;
+    if (src.hasNoData) {
         options->padfSrcNoDataReal = static_cast<double*>(CPLMalloc(sizeof(double)));
-        options->padfSrcNoDataReal[0] =
-            src.hasNoData ? src.noData : std::numeric_limits<double>::quiet_NaN();
+        options->padfSrcNoDataReal[0] = src.noData;
+    } else {
+        // A float source without nodata may still hold NaN where it knows nothing. The
+        // look that reads every pixel for markers masks them too, in the rare chunk that
+        // holds one, rather than GDAL's masker reading every pixel once more.
+        look.nanMask = floating && band->GetMaskFlags() == GMF_ALL_VALID;
     }
     options->padfDstNoDataReal = static_cast<double*>(CPLMalloc(sizeof(double)));
     options->padfDstNoDataReal[0] = std::numeric_limits<double>::quiet_NaN();
@@ -541,10 +584,9 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
         options->pfnPostWarpChunkProcessor = OnChunkMade;
         options->pPostWarpProcessorArg = made;
     }
-    MarkerSeen marker;
-    if (!src.hasNoData && !source.keepMarkers) {
-        options->pfnPreWarpChunkProcessor = StopAtMarker;
-        options->pPreWarpProcessorArg = &marker;
+    if (look.markers || look.nanMask) {
+        options->pfnPreWarpChunkProcessor = LookAtChunk;
+        options->pPreWarpProcessorArg = &look;
     }
 
     std::unique_ptr<void, ScaledProgressDeleter> progress;
@@ -560,13 +602,13 @@ void WarpInto(const OpenedSource& src, const WarpSource& source, int position,
     const bool warped =
         operation.Initialize(options.get()) == CE_None &&
         operation.ChunkAndWarpMulti(0, firstLine, dst.GetRasterXSize(), lines) == CE_None;
-    if (marker.seen)
+    if (look.seen)
         throw PrepError(StringPrintf(
             "%s: holds %.9g where the grid reads it, which marks missing data in many files, "
             "but the source has no nodata tag, so it would be resampled into real cells; name "
             "the marker with --source-nodata %.9g (or --nodata-source %d %.9g), or take such "
             "values as real with --keep-markers",
-            path.c_str(), marker.value, marker.value, position, marker.value));
+            path.c_str(), look.value, look.value, position, look.value));
     if (!warped) {
         const std::string reason = LastGdalError();
         throw PrepError(path + ": the warp failed" +

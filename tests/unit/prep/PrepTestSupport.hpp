@@ -104,10 +104,12 @@ inline void CutShort(const std::string& path, std::uintmax_t bytes) {
 }
 
 // What gdalwarp makes of `source` on the cell edges `bounds` at `spacing` in `epsg`, as
-// doubles, north-up (line 0 at the north); NaN where it has no data.
+// doubles, north-up (line 0 at the north); NaN where it has no data. With `nanIsNoData`,
+// the source's NaN pixels hold no data (-srcnodata nan).
 inline std::vector<double> GdalWarpReference(const std::string& source, int epsg,
                                              const std::array<double, 4>& bounds, double spacing,
-                                             const char* resampling, int& nx, int& ny) {
+                                             const char* resampling, int& nx, int& ny,
+                                             bool nanIsNoData = false) {
     GDALAllRegister();
     CPLStringList args;
     for (const std::string& a :
@@ -118,6 +120,10 @@ inline std::vector<double> GdalWarpReference(const std::string& source, int epsg
           std::string("-r"), std::string(resampling), std::string("-ot"),
           std::string("Float64"), std::string("-dstnodata"), std::string("nan")})
         args.AddString(a.c_str());
+    if (nanIsNoData) {
+        args.AddString("-srcnodata");
+        args.AddString("nan");
+    }
     GDALWarpAppOptions* options = GDALWarpAppOptionsNew(args.List(), nullptr);
     GDALDatasetH src = GDALOpen(source.c_str(), GA_ReadOnly);
     GDALDatasetH out = GDALWarp("", nullptr, 1, &src, options, nullptr);
