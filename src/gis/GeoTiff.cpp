@@ -258,7 +258,8 @@ bool GeoTiff::convertCodes(std::uint32_t nx, std::uint32_t ny, std::span<const s
         for (std::uint32_t r = firstRow; r < endRow; ++r) {
             const std::size_t at = static_cast<std::size_t>(ySize - 1 - r) * nx;
             std::uint8_t* out = raster.data() + static_cast<std::size_t>(r) * xSize;
-            const std::size_t held = at < codes.size() ? std::min<std::size_t>(nx, codes.size() - at) : 0;
+            const std::size_t held =
+                at < codes.size() ? std::min<std::size_t>(nx, codes.size() - at) : 0;
             for (std::size_t i = 0; i < held; ++i)
                 out[i] = classOf[codes[at + i]];
             std::fill(out + held, out + nx, std::uint8_t{0});

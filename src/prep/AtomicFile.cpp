@@ -197,9 +197,12 @@ constexpr std::size_t kMostWaiting = std::size_t{16} << 20;
 } // namespace
 
 void PendingFile::Write(const char* data, const Rows& where) noexcept {
-    for (int r = 0; r < where.rows; ++r)
-        WriteAt(data + static_cast<std::size_t>(r) * where.rowBytes, where.rowBytes,
-                where.offset + r * where.stride);
+    if (where.stride == static_cast<off_t>(where.rowBytes)) // rows that follow each other
+        WriteAt(data, where.rowBytes * static_cast<std::size_t>(where.rows), where.offset);
+    else
+        for (int r = 0; r < where.rows; ++r)
+            WriteAt(data + static_cast<std::size_t>(r) * where.rowBytes, where.rowBytes,
+                    where.offset + r * where.stride);
     StartWriteBack(where.offset,
                    (where.rows - 1) * where.stride + static_cast<off_t>(where.rowBytes));
 }

@@ -477,13 +477,8 @@ int Grid(const GridOptions& o) {
                                            static_cast<std::size_t>(x)) * sizeof(float));
             };
             // Written on the file's own thread: the warper goes on to the next chunk.
-            const std::size_t w = static_cast<std::size_t>(width);
-            if (w == nx)
-                pending->WriteRowsSoon(chunk, w * static_cast<std::size_t>(height) * sizeof(float),
-                                       1, at(y), 0);
-            else
-                pending->WriteRowsSoon(chunk, w * sizeof(float), height, at(y),
-                                       at(y + 1) - at(y));
+            pending->WriteRowsSoon(chunk, static_cast<std::size_t>(width) * sizeof(float),
+                                   height, at(y), at(y + 1) - at(y));
         };
     }
     Grid2d<float> cells;

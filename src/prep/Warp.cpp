@@ -334,15 +334,15 @@ template <class T> Scanned ScanPixels(const T* v, std::size_t n, bool markers) {
         const __m128 a = _mm_set1_ps(-9999.0f);
         const __m128 b = _mm_set1_ps(-32768.0f);
         const __m128 d = _mm_set1_ps(-32767.0f);
-        const __m128 huge = _mm_set1_ps(markers ? least : std::numeric_limits<float>::quiet_NaN());
-        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(markers ? 0x7fffffff : 0));
+        const __m128 huge = _mm_set1_ps(least);
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
         __m128 nans = _mm_setzero_ps();
         for (; c + 4 <= n; c += 4) {
             const __m128 x = _mm_loadu_ps(v + c);
             nans = _mm_or_ps(nans, _mm_cmpunord_ps(x, x));
-            const __m128 hit =
-                _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(x, a), _mm_cmpeq_ps(x, b)),
-                          _mm_or_ps(_mm_cmpeq_ps(x, d), _mm_cmpge_ps(_mm_and_ps(x, magnitude), huge)));
+            const __m128 far = _mm_cmpge_ps(_mm_and_ps(x, magnitude), huge);
+            const __m128 hit = _mm_or_ps(_mm_or_ps(_mm_cmpeq_ps(x, a), _mm_cmpeq_ps(x, b)),
+                                         _mm_or_ps(_mm_cmpeq_ps(x, d), far));
             if (markers && _mm_movemask_ps(hit) != 0)
                 break; // found below
         }
@@ -357,9 +357,9 @@ template <class T> Scanned ScanPixels(const T* v, std::size_t n, bool markers) {
         for (; c + 2 <= n; c += 2) {
             const __m128d x = _mm_loadu_pd(v + c);
             nans = _mm_or_pd(nans, _mm_cmpunord_pd(x, x));
-            const __m128d hit =
-                _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
-                          _mm_or_pd(_mm_cmpeq_pd(x, d), _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge)));
+            const __m128d far = _mm_cmpge_pd(_mm_and_pd(x, magnitude), huge);
+            const __m128d hit = _mm_or_pd(_mm_or_pd(_mm_cmpeq_pd(x, a), _mm_cmpeq_pd(x, b)),
+                                          _mm_or_pd(_mm_cmpeq_pd(x, d), far));
             if (markers && _mm_movemask_pd(hit) != 0)
                 break;
         }
@@ -395,7 +395,8 @@ template <class T> void MaskNaN(GDALWarpKernel& k, const T* v, std::size_t n) {
 CPLErr LookAtChunk(void* kernel, void* arg) {
     auto& k = *static_cast<GDALWarpKernel*>(kernel);
     auto* look = static_cast<ChunkLook*>(arg);
-    const std::size_t n = static_cast<std::size_t>(k.nSrcXSize) * static_cast<std::size_t>(k.nSrcYSize);
+    const std::size_t n =
+        static_cast<std::size_t>(k.nSrcXSize) * static_cast<std::size_t>(k.nSrcYSize);
     const auto scan = [&](const auto* v) {
         const std::size_t half = n / 2;
         Scanned later{n, false};
@@ -446,7 +447,8 @@ struct ChunkMade {
 CPLErr OnChunkMade(void* kernel, void* arg) {
     const auto* k = static_cast<const GDALWarpKernel*>(kernel);
     auto* made = static_cast<ChunkMade*>(arg);
-    const std::size_t n = static_cast<std::size_t>(k->nDstXSize) * static_cast<std::size_t>(k->nDstYSize);
+    const std::size_t n =
+        static_cast<std::size_t>(k->nDstXSize) * static_cast<std::size_t>(k->nDstYSize);
     // Elevations in metres while the values are still doubles, before they are rounded
     // to the grid's floats.
     if (made->factor != 1) {
@@ -464,13 +466,12 @@ CPLErr OnChunkMade(void* kernel, void* arg) {
     return CE_None;
 }
 
-// NaN in every cell of rows [firstLine, firstLine + lines) that no chunk covered: the
-// cells a warp initialising every chunk to NaN leaves NaN, had GDAL left one out.
-void FillUnwarped(Grid2d<float>& cells, int firstLine, int lines,
-                  std::vector<std::array<int, 4>> windows) {
+// NaN in every cell that no chunk covered: the cells a warp initialising every chunk to
+// NaN leaves NaN, had GDAL left one out.
+void FillUnwarped(Grid2d<float>& cells, std::vector<std::array<int, 4>> windows) {
     std::sort(windows.begin(), windows.end());
     const int nx = cells.Columns();
-    for (int j = firstLine; j < firstLine + lines; ++j) {
+    for (int j = 0; j < cells.Rows(); ++j) {
         float* row = cells.Data() + static_cast<std::size_t>(j) * static_cast<std::size_t>(nx);
         int x = 0; // cells before x are covered or filled
         for (const auto& [wx, wy, width, height] : windows) {
@@ -943,7 +944,7 @@ WarpOutcome WarpSources(const GridGeometry& grid, const std::vector<WarpSource>&
             WarpInto(opened[k], sources[k], static_cast<int>(k + 1), *target, algorithm,
                      settings, 0, grid.ny, progressFrom, progressFrom + perSource, &made);
             outcome.handedOver = made.handedOver;
-            FillUnwarped(cells, 0, grid.ny, made.windows);
+            FillUnwarped(cells, std::move(made.windows));
             for (int j = 0; j < grid.ny; ++j) {
                 const float* row = cells.Data() + static_cast<std::size_t>(j) * nx;
                 const RowFigures figures = TakeRow(row, nx, span, count);

@@ -7,9 +7,10 @@
 #include <sys/mman.h>
 
 namespace {
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
-std::size_t Rounded(std::size_t bytes) { return (bytes + kHugePage - 1) / kHugePage * kHugePage; }
+std::size_t Rounded(std::size_t bytes) {
+    return (bytes + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;
+}
 
 // The last block given back, kept for the next grid. A run frees one grid and then reads
 // the next of the same size; a block the process already has is written at memory speed,
@@ -25,15 +26,15 @@ thread_local bool tSparse = false;
 void* MapFresh(std::size_t size) {
     // One spare huge page of address space, so the block can start on a boundary; the
     // unused ends go straight back.
-    void* mapped = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE,
+    void* mapped = mmap(nullptr, size + kHugePageBytes, PROT_READ | PROT_WRITE,
                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED)
         throw std::bad_alloc();
     const auto start = reinterpret_cast<std::uintptr_t>(mapped);
-    const std::uintptr_t aligned = (start + kHugePage - 1) / kHugePage * kHugePage;
+    const std::uintptr_t aligned = (start + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;
     if (aligned > start)
         munmap(mapped, aligned - start);
-    if (const std::size_t tail = start + kHugePage - aligned; tail > 0)
+    if (const std::size_t tail = start + kHugePageBytes - aligned; tail > 0)
         munmap(reinterpret_cast<void*>(aligned + size), tail);
     void* block = reinterpret_cast<void*>(aligned);
     // Only advice: where huge pages are off or scarce the block works as it is.
@@ -54,7 +55,7 @@ FreshHugeBlocks::~FreshHugeBlocks() {
 
 void* AllocateHuge(std::size_t bytes) {
     const std::size_t size = Rounded(bytes);
-    if (size < bytes || size > SIZE_MAX - kHugePage)
+    if (size < bytes || size > SIZE_MAX - kHugePageBytes)
         throw std::bad_alloc();
     {
         const std::lock_guard<std::mutex> lock(gSpareMutex);

@@ -16,6 +16,7 @@
 // written and takes no memory until then. AllocateHuge throws std::bad_alloc when the
 // memory is not there.
 inline constexpr std::size_t kHugeBlockBytes = std::size_t{8} << 20; // and larger
+inline constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;  // blocks start on one
 void* AllocateHuge(std::size_t bytes);
 void DeallocateHuge(void* p, std::size_t bytes) noexcept;
 // Gives the kept block back to the kernel.

@@ -134,7 +134,7 @@ void GridValues::CodeUpTo(std::size_t end) {
     // The whole pages of values now held as codes are not needed again. Only large lists
     // are blocks of their own; values of a small one stay where they are.
     if (GridVector<double>::allocator_type::IsHuge(values.capacity())) {
-        constexpr std::uintptr_t kPage = std::uintptr_t{2} << 20;
+        constexpr std::uintptr_t kPage = kHugePageBytes;
         const auto origin = reinterpret_cast<std::uintptr_t>(v);
         const auto first = reinterpret_cast<std::uintptr_t>(v + coded_) / kPage * kPage;
         const auto last = reinterpret_cast<std::uintptr_t>(v + end) / kPage * kPage;
@@ -146,7 +146,7 @@ void GridValues::CodeUpTo(std::size_t end) {
 }
 
 void GridValues::GiveBackPages(std::uintptr_t start, std::size_t bytes) {
-    constexpr std::uintptr_t kPage = std::uintptr_t{2} << 20;
+    constexpr std::uintptr_t kPage = kHugePageBytes;
     const auto origin = reinterpret_cast<std::uintptr_t>(values.data());
     // While a text reader goes, nothing past the values it has counted is written yet: the
     // pages move there, ahead of it, rather than go back to the system, so that it writes

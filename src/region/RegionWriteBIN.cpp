@@ -31,26 +31,30 @@ class BlockWriter {
         used_ += sizeof(T);
     }
 
-    // Puts `count` values narrowed to Out, or `count` zeros when `values` is null.
-    template <class Out, class In> void PutAll(const In* values, std::size_t count) {
+    // Puts valueAt(0) .. valueAt(count - 1), each an Out.
+    template <class Out, class ValueAt> void PutEach(std::size_t count, const ValueAt& valueAt) {
         static_assert(kBlockBytes % sizeof(Out) == 0);
-        while (count > 0) {
+        for (std::size_t first = 0; first < count;) {
             if (used_ == kBlockBytes)
                 Flush();
-            const std::size_t room = (kBlockBytes - used_) / sizeof(Out);
-            const std::size_t n = std::min(room, count);
+            const std::size_t n = std::min((kBlockBytes - used_) / sizeof(Out), count - first);
             Out converted[kChunk];
             for (std::size_t done = 0; done < n; done += kChunk) {
                 const std::size_t m = std::min(kChunk, n - done);
                 for (std::size_t k = 0; k < m; ++k)
-                    converted[k] = values ? static_cast<Out>(values[done + k]) : Out{};
+                    converted[k] = valueAt(first + done + k);
                 std::memcpy(block_.get() + used_, converted, m * sizeof(Out));
                 used_ += m * sizeof(Out);
             }
-            if (values)
-                values += n;
-            count -= n;
+            first += n;
         }
+    }
+
+    // Puts `count` values narrowed to Out, or `count` zeros when `values` is null.
+    template <class Out, class In> void PutAll(const In* values, std::size_t count) {
+        PutEach<Out>(count, [values](std::size_t k) {
+            return values ? static_cast<Out>(values[k]) : Out{};
+        });
     }
 
     // Puts `count` codes as the floats of the values they stand for.
@@ -58,15 +62,7 @@ class BlockWriter {
         float narrowed[256] = {};
         for (std::size_t k = 0; k < table.size() && k < 256; ++k)
             narrowed[k] = static_cast<float>(table[k]);
-        while (count > 0) {
-            if (used_ == kBlockBytes)
-                Flush();
-            const std::size_t n = std::min((kBlockBytes - used_) / sizeof(float), count);
-            for (std::size_t k = 0; k < n; ++k, used_ += sizeof(float))
-                std::memcpy(block_.get() + used_, &narrowed[codes[k]], sizeof(float));
-            codes += n;
-            count -= n;
-        }
+        PutEach<float>(count, [&](std::size_t k) { return narrowed[codes[k]]; });
     }
 
     // Hands the collected block to the stream. A short write is remembered rather than
